@@ -1,0 +1,8 @@
+/* ZqSys: every public header at once. */
+#ifndef ZQSYS_ZQSYS_H
+#define ZQSYS_ZQSYS_H
+
+#include "zqsys/zqdefs.h"
+#include "zqsys/zqerr.h"
+
+#endif /* ZQSYS_ZQSYS_H */

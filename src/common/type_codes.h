@@ -1,0 +1,32 @@
+// Scanning and measuring type codes.
+#pragma once
+
+#include <cstdint>
+
+namespace zq::common {
+
+// Reads the decimal digits at `text`, saturating at 0xFFFFFFFF. Sets
+// `digits` to how many characters were read.
+std::uint32_t ReadWidth(const char* text, std::uint32_t& digits) noexcept;
+
+struct TypeCode {
+  char letter = 0;
+  std::uint32_t length = 0;  // characters the code occupies; 0 at the end
+  std::uint32_t width = 0;
+  std::uint32_t scale = 0;
+};
+
+// Scans one type code; false for a bad code. See ZqSysGetNextType.
+bool ScanType(const char* format, TypeCode& out) noexcept;
+
+struct TypeLayout {
+  std::uint32_t size = 0;
+  std::uint32_t alignment = 0;
+};
+
+// Size and alignment of a type; returns 0 or DB:INVALID_TYPE. For an
+// integer of a bad width `layout.size` is still set to the width.
+std::uint32_t MeasureType(char letter, std::uint32_t width, std::uint32_t scale,
+                          TypeLayout& layout) noexcept;
+
+}  // namespace zq::common

@@ -1,0 +1,25 @@
+// The C edge: exported bodies run inside Guarded so that no exception ever
+// crosses into a C caller.
+#pragma once
+
+#include <cstdint>
+#include <new>
+
+namespace zq {
+
+inline constexpr std::uint32_t kNoMemory = 1;
+inline constexpr std::uint32_t kWrongArguments = 2;
+inline constexpr std::uint32_t kInternalError = 3;
+
+template <class Body>
+std::uint32_t Guarded(Body&& body) noexcept {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return kNoMemory;
+  } catch (...) {
+    return kInternalError;
+  }
+}
+
+}  // namespace zq
