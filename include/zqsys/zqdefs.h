@@ -6,6 +6,7 @@
 #define ZQSYS_ZQDEFS_H
 
 #include <stddef.h>
+#include <stdarg.h>
 #include <stdint.h>
 
 #define ZQSYS_VERSION_MAJOR 0

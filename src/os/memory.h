@@ -4,6 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <type_traits>
+#include <utility>
 
 namespace zq::os {
 
@@ -14,5 +17,28 @@ void Release(void* block) noexcept;
 // Test seam: the allocation `countdown` calls from now fails (1 = the next
 // one), and every later one succeeds again. A negative countdown disarms.
 void FailAllocationAfter(std::int64_t countdown) noexcept;
+
+// Builds an object in memory from Allocate; null when memory runs out.
+template <class T, class... Args>
+T* NewObject(Args&&... args) noexcept {
+  void* memory = Allocate(sizeof(T));
+  if (memory == nullptr) return nullptr;
+  return new (memory) T(std::forward<Args>(args)...);
+}
+
+// Destroys an object made by NewObject, through its most derived type when
+// the type is polymorphic.
+template <class T>
+void DeleteObject(T* object) noexcept {
+  if (object == nullptr) return;
+  void* whole;
+  if constexpr (std::is_polymorphic_v<T>) {
+    whole = dynamic_cast<void*>(object);
+  } else {
+    whole = object;
+  }
+  object->~T();
+  Release(whole);
+}
 
 }  // namespace zq::os

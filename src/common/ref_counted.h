@@ -1,0 +1,36 @@
+// The base of every reference-counted object behind a handle. The count is
+// atomic so a handle may be duplicated and released from several threads.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "os/memory.h"
+
+namespace zq::common {
+
+class CRefCounted {
+ public:
+  CRefCounted() = default;
+  CRefCounted(const CRefCounted&) = delete;
+  CRefCounted& operator=(const CRefCounted&) = delete;
+
+  // Runs the destructor and returns the memory to the library's allocator.
+  virtual void Destroy() noexcept {
+    void* whole = dynamic_cast<void*>(this);
+    this->~CRefCounted();
+    os::Release(whole);
+  }
+  virtual void AddRef() noexcept { refs_.fetch_add(1, std::memory_order_relaxed); }
+  virtual void Release() noexcept {
+    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) Destroy();
+  }
+
+ protected:
+  virtual ~CRefCounted() = default;
+
+ private:
+  std::atomic<std::uint32_t> refs_{1};
+};
+
+}  // namespace zq::common

@@ -1,0 +1,47 @@
+#include "library/library.h"
+
+#include <atomic>
+#include <new>
+
+#include "os/module_file.h"
+#include "zqsys_build_version.h"
+
+namespace zq::library {
+namespace {
+
+std::atomic<CLibrary*> g_library{nullptr};
+
+void OnLoad() noexcept {
+  // Loading always succeeds: without memory the library runs without its
+  // registries, and every call that needs one reports so.
+  try {
+    g_library.store(new CLibrary(), std::memory_order_release);
+  } catch (...) {
+  }
+}
+
+void OnUnload() noexcept { delete g_library.exchange(nullptr, std::memory_order_acq_rel); }
+
+__attribute__((constructor)) void LibraryConstructor() { OnLoad(); }
+__attribute__((destructor)) void LibraryDestructor() { OnUnload(); }
+
+}  // namespace
+
+CLibrary::CLibrary() {
+  // The module registers itself with its own file and version; a failure
+  // leaves the id at 0 and the library loaded.
+  const os::ModuleFile self = os::ModuleFileOf(reinterpret_cast<const void*>(&OnLoad));
+  CModuleRegistry::Values values{{"Name", self.path}, {"Version", ZQSYS_BUILD_VERSION_TEXT}};
+  std::uint32_t id = 0;
+  if (modules_.Register(kBinaryModuleClass, self.base, std::move(values), id) == 0) {
+    ownModuleId_ = id;
+  }
+}
+
+CLibrary::~CLibrary() {
+  if (ownModuleId_ != 0) modules_.Unregister(ownModuleId_);
+}
+
+CLibrary* Current() noexcept { return g_library.load(std::memory_order_acquire); }
+
+}  // namespace zq::library

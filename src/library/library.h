@@ -1,0 +1,33 @@
+// The library object: built when the shared object is loaded, torn down
+// when it is unloaded. It owns the process-wide registries, created in order
+// and destroyed in reverse.
+#pragma once
+
+#include <cstdint>
+
+#include "library/module_registry.h"
+
+namespace zq::library {
+
+inline constexpr const char* kBinaryModuleClass = "BinaryModule";
+
+class CLibrary {
+ public:
+  CLibrary();
+  ~CLibrary();
+  CLibrary(const CLibrary&) = delete;
+  CLibrary& operator=(const CLibrary&) = delete;
+
+  CModuleRegistry& Modules() noexcept { return modules_; }
+  // The id this library registered itself under; 0 if registration failed.
+  std::uint32_t OwnModuleId() const noexcept { return ownModuleId_; }
+
+ private:
+  CModuleRegistry modules_;
+  std::uint32_t ownModuleId_ = 0;
+};
+
+// The live library object, or null before load and after unload.
+CLibrary* Current() noexcept;
+
+}  // namespace zq::library

@@ -1,0 +1,37 @@
+// The compose and parse engines under every stream of the library: binary
+// composers and parsers, message blocks and message bodies.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+
+#include "zqsys/zqstream.h"
+
+namespace zq::msg {
+
+// How the parse engine hands texts and byte strings (c, w, b, z) over.
+// Fixed-size values and decimals are always copied into the destination.
+enum class ParseMode : std::uint32_t {
+  kChoose = 0,         // copy into *dest if set, else an allocated copy if an
+                       // allocator is given, else a pointer into the stream
+  kPointer = 1,        // pointer into the stream
+  kCopyToPointed = 2,  // copy into the buffer *dest points at
+  kAllocatedCopy = 3,  // copy into memory from the given allocator
+  kCopyInPlace = 4,    // copy into dest itself
+};
+
+// Appends values by format; see ZqSysCompose for the codes returned.
+std::uint32_t ComposeV(ZQCOMPOSECTX& ctx, const char* format, va_list args) noexcept;
+
+// Appends raw bytes with the growth rule of a value of that many bytes.
+std::uint32_t ComposeRaw(ZQCOMPOSECTX& ctx, const void* bytes, std::uint32_t count) noexcept;
+
+// Frees the context's buffer and clears it.
+void FreeComposeBuffer(ZQCOMPOSECTX& ctx) noexcept;
+
+// Reads values by format in the given mode (an unknown mode is 2);
+// `allocator` serves kChoose and kAllocatedCopy. See ZqSysParse for the codes.
+std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
+                     const char* format, va_list args) noexcept;
+
+}  // namespace zq::msg

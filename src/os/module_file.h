@@ -1,0 +1,16 @@
+// Where the code of this library was loaded from.
+#pragma once
+
+#include <string>
+
+namespace zq::os {
+
+struct ModuleFile {
+  std::string path;            // the file as the loader opened it
+  const void* base = nullptr;  // its load address: the module's handle
+};
+
+// The module that contains `address` (any function of it).
+ModuleFile ModuleFileOf(const void* address);
+
+}  // namespace zq::os
