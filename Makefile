@@ -1,0 +1,81 @@
+# Entry points for building and checking ZqSys. Every target first installs
+# missing Debian packages (scripts/install-deps.sh, as root), then drives the
+# CMake presets in CMakePresets.json; build trees live in build/<preset>.
+
+SHELL := /bin/bash
+JOBS ?= 2
+FUZZ_SECONDS ?= 60
+FORMAT_DIRS := src include tests bench fuzz examples
+
+.PHONY: deps test demo asan tsan bench fuzz format format-check clean
+
+deps:
+	@bash scripts/install-deps.sh
+
+# Configure and build one preset: $(call build,<preset>)
+define build
+cmake --preset $(1)
+cmake --build --preset $(1) -j $(JOBS)
+endef
+
+test: deps
+	$(call build,default)
+	ctest --preset default
+
+demo: deps
+	$(call build,default)
+	build/default/examples/zqsys_demo
+
+asan: deps
+	$(call build,asan)
+	ctest --preset asan
+
+tsan: deps
+	$(call build,tsan)
+	ctest --preset tsan
+
+bench: deps
+	$(call build,bench)
+	@found=0; \
+	for binary in build/bench/bench/zqsys_*_bench; do \
+	  [[ -x "$$binary" ]] || continue; \
+	  found=1; \
+	  echo "== $$binary"; \
+	  "$$binary" --benchmark_min_time=0.2 || exit 1; \
+	done; \
+	((found)) || echo "bench: no benchmark programs in build/bench/bench"
+
+# Each fuzz target runs for FUZZ_SECONDS over a scratch copy of its committed
+# corpus, so new inputs it finds never land in the source tree. Crash inputs
+# go to build/fuzz/artifacts/.
+fuzz: deps
+	$(call build,fuzz)
+	@found=0; \
+	mkdir -p build/fuzz/artifacts; \
+	for binary in build/fuzz/fuzz/*_fuzzer; do \
+	  [[ -x "$$binary" ]] || continue; \
+	  found=1; \
+	  name=$$(basename "$$binary" _fuzzer); \
+	  scratch=$$(mktemp -d); \
+	  if [[ -d "fuzz/corpus/$$name" ]]; then cp -R "fuzz/corpus/$$name/." "$$scratch/"; fi; \
+	  echo "== $$binary for $(FUZZ_SECONDS)s over a copy of fuzz/corpus/$$name"; \
+	  "$$binary" -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	    -artifact_prefix="build/fuzz/artifacts/$$name-" "$$scratch" </dev/null; \
+	  rc=$$?; \
+	  rm -rf "$$scratch"; \
+	  ((rc == 0)) || exit $$rc; \
+	done; \
+	((found)) || echo "fuzz: no fuzz targets in build/fuzz/fuzz"
+
+# The committed corpora are data, not sources, whatever their names.
+FORMAT_FILES = $(shell find $(FORMAT_DIRS) -path fuzz/corpus -prune -o -type f \
+  \( -name '*.c' -o -name '*.cpp' -o -name '*.h' \) -print 2>/dev/null | sort)
+
+format: deps
+	@$(if $(FORMAT_FILES),clang-format -i $(FORMAT_FILES),true)
+
+format-check: deps
+	@$(if $(FORMAT_FILES),clang-format --dry-run --Werror $(FORMAT_FILES),true)
+
+clean:
+	rm -rf build
