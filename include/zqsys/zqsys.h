@@ -4,5 +4,6 @@
 
 #include "zqsys/zqdefs.h"
 #include "zqsys/zqerr.h"
+#include "zqsys/zqbcd.h"
 
 #endif /* ZQSYS_ZQSYS_H */

@@ -40,4 +40,61 @@ inline std::uint32_t DecimalTypeOf(const void* value) noexcept {
 // Writes a zero of that type (header and digits). The type must be valid.
 void SetDecimalZero(void* value, std::uint32_t precision, std::uint32_t scale) noexcept;
 
+// The largest value: precision 255, scale 127.
+inline constexpr std::uint32_t kDecimalMaxSize =
+    DecimalSize(kDecimalMaxPrecision, kDecimalMaxScale);
+
+// Sign modes of FormatDecimal.
+inline constexpr std::uint32_t kDecimalSignNegativeOnly = 0;  // "-" before negatives only
+inline constexpr std::uint32_t kDecimalSignAlways = 3;        // "+" or "-" before every value
+
+// A value unpacked to one digit per byte, the most significant first: the
+// first precision - scale digits are the integer part.
+struct DecimalDigits {
+  std::uint32_t precision = 0;
+  std::uint32_t scale = 0;
+  bool negative = false;
+  std::uint8_t digits[kDecimalMaxPrecision] = {};
+};
+
+// True when the first two bytes (sign bit ignored) name a valid type. Only
+// those two bytes are read.
+bool HasDecimalHeader(const void* value) noexcept;
+
+// Unpacks a stored value, checking all of it: a valid type, digit nibbles
+// 0 to 9, zero padding in front of the digits and no negative zero. False
+// for a value that breaks any of these; `out` is then unspecified.
+bool UnpackDecimal(const void* value, DecimalDigits& out) noexcept;
+
+// Stores `in`, whose type must be valid, in DecimalSize bytes. A zero is
+// stored as positive whatever in.negative says.
+void PackDecimal(const DecimalDigits& in, void* value) noexcept;
+
+// The functions below take non-null pointers and return a result code.
+
+// Writes the value as text with `fraction_digits` digits after the point
+// (-1: the value's scale; fewer than the scale round half away from zero).
+// *size is in/out: the needed size (length + 1) is stored on success and
+// when the buffer is null (15) or too small (7, nothing written). 2 for an
+// invalid value, fraction_digits outside -1..255 or a sign mode other than
+// kDecimalSignNegativeOnly and kDecimalSignAlways.
+std::uint32_t FormatDecimal(const void* value, std::int32_t fraction_digits,
+                            std::uint32_t sign_mode, char* buffer, std::uint32_t* size) noexcept;
+
+// Parses decimal text into a value that already carries its type. 11 for
+// text that is not a number, 14 when the integer part does not fit, 2 for
+// an invalid type; on failure the value is unchanged.
+std::uint32_t ParseDecimal(void* value, const char* text) noexcept;
+
+// Stores an integer in a value that already carries its type; 14 (value
+// unchanged) when it has more digits than the integer part holds.
+std::uint32_t DecimalFromInt64(void* value, std::int64_t number) noexcept;
+
+// The integer part, truncated toward zero; 14 when it does not fit.
+std::uint32_t DecimalToInt64(const void* value, std::int64_t& number) noexcept;
+
+// -1, 0 or 1 as a is numerically below, equal to or above b; the two types
+// may differ.
+std::uint32_t CompareDecimals(const void* a, const void* b, std::int32_t& result) noexcept;
+
 }  // namespace zq::time

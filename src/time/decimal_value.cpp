@@ -1,0 +1,133 @@
+// Decimal values: unpacking with validation, packing, integers and comparison.
+#include <algorithm>
+#include <cstdint>
+
+#include "time/decimal.h"
+#include "zqsys/zqerr.h"
+
+namespace zq::time {
+namespace {
+
+constexpr std::uint32_t kOk = ZQERR_COMMON_OK;
+constexpr std::uint32_t kBadArguments = ZQERR_COMMON_WRONG_ARGUMENTS;
+constexpr std::uint32_t kOverflow = ZQERR_COMMON_OVERFLOW;
+
+// Digit nibbles a value of that type stores, padding included.
+constexpr std::uint32_t NibbleCount(std::uint32_t precision, std::uint32_t scale) noexcept {
+  return 2 * (DecimalSize(precision, scale) - 2);
+}
+
+// The digit standing for 10^exponent, 0 outside the value's digits.
+std::uint8_t DigitAt(const DecimalDigits& d, std::int32_t exponent) noexcept {
+  const std::int32_t integer_digits = static_cast<std::int32_t>(d.precision - d.scale);
+  const std::int32_t index = integer_digits - 1 - exponent;
+  if (index < 0 || index >= static_cast<std::int32_t>(d.precision)) return 0;
+  return d.digits[index];
+}
+
+}  // namespace
+
+bool HasDecimalHeader(const void* value) noexcept {
+  const auto* bytes = static_cast<const std::uint8_t*>(value);
+  return IsDecimalType(bytes[1], bytes[0] & 0x7Fu);
+}
+
+bool UnpackDecimal(const void* value, DecimalDigits& out) noexcept {
+  const auto* bytes = static_cast<const std::uint8_t*>(value);
+  const std::uint32_t precision = bytes[1];
+  const std::uint32_t scale = bytes[0] & 0x7Fu;
+  if (!IsDecimalType(precision, scale)) return false;
+  const std::uint32_t nibbles = NibbleCount(precision, scale);
+  const std::uint32_t padding = nibbles - precision;
+  bool nonzero = false;
+  for (std::uint32_t i = 0; i < nibbles; ++i) {
+    const std::uint8_t byte = bytes[2 + i / 2];
+    const std::uint8_t nibble = (i % 2 == 0) ? byte >> 4 : byte & 0x0F;
+    if (i < padding) {
+      if (nibble != 0) return false;
+      continue;
+    }
+    if (nibble > 9) return false;
+    out.digits[i - padding] = nibble;
+    nonzero = nonzero || nibble != 0;
+  }
+  out.precision = precision;
+  out.scale = scale;
+  out.negative = (bytes[0] & kDecimalSignBit) != 0;
+  return nonzero || !out.negative;
+}
+
+void PackDecimal(const DecimalDigits& in, void* value) noexcept {
+  auto* bytes = static_cast<std::uint8_t*>(value);
+  SetDecimalZero(value, in.precision, in.scale);
+  const std::uint32_t padding = NibbleCount(in.precision, in.scale) - in.precision;
+  bool nonzero = false;
+  for (std::uint32_t i = 0; i < in.precision; ++i) {
+    const std::uint32_t nibble = padding + i;
+    const std::uint8_t digit = in.digits[i];
+    nonzero = nonzero || digit != 0;
+    bytes[2 + nibble / 2] |= static_cast<std::uint8_t>(nibble % 2 == 0 ? digit << 4 : digit);
+  }
+  if (in.negative && nonzero) bytes[0] |= kDecimalSignBit;
+}
+
+std::uint32_t DecimalFromInt64(void* value, std::int64_t number) noexcept {
+  if (!HasDecimalHeader(value)) return kBadArguments;
+  DecimalDigits d;
+  d.precision = DecimalTypeOf(value) >> 8;
+  d.scale = DecimalTypeOf(value) & 0xFFu;
+  d.negative = number < 0;
+  // The magnitude in unsigned arithmetic, so that INT64_MIN has one too.
+  std::uint64_t magnitude = static_cast<std::uint64_t>(number);
+  if (d.negative) magnitude = 0 - magnitude;
+  const std::uint32_t integer_digits = d.precision - d.scale;
+  std::uint32_t position = integer_digits;
+  while (magnitude != 0) {
+    if (position == 0) return kOverflow;
+    d.digits[--position] = static_cast<std::uint8_t>(magnitude % 10);
+    magnitude /= 10;
+  }
+  PackDecimal(d, value);
+  return kOk;
+}
+
+std::uint32_t DecimalToInt64(const void* value, std::int64_t& number) noexcept {
+  DecimalDigits d;
+  if (!UnpackDecimal(value, d)) return kBadArguments;
+  const std::uint64_t limit = d.negative ? std::uint64_t{1} << 63 : (std::uint64_t{1} << 63) - 1;
+  std::uint64_t magnitude = 0;
+  for (std::uint32_t i = 0; i < d.precision - d.scale; ++i) {
+    const std::uint8_t digit = d.digits[i];
+    if (magnitude > (limit - digit) / 10) return kOverflow;
+    magnitude = magnitude * 10 + digit;
+  }
+  // Conversion to a signed type wraps modulo 2^64, which gives INT64_MIN for 2^63.
+  number = static_cast<std::int64_t>(d.negative ? 0 - magnitude : magnitude);
+  return kOk;
+}
+
+std::uint32_t CompareDecimals(const void* a, const void* b, std::int32_t& result) noexcept {
+  DecimalDigits left;
+  DecimalDigits right;
+  if (!UnpackDecimal(a, left) || !UnpackDecimal(b, right)) return kBadArguments;
+  // Zero is never negative, so differing signs decide alone.
+  if (left.negative != right.negative) {
+    result = left.negative ? -1 : 1;
+    return kOk;
+  }
+  const auto integer_digits = [](const DecimalDigits& d) {
+    return static_cast<std::int32_t>(d.precision - d.scale);
+  };
+  const std::int32_t top = std::max(integer_digits(left), integer_digits(right)) - 1;
+  const std::int32_t bottom = -static_cast<std::int32_t>(std::max(left.scale, right.scale));
+  std::int32_t magnitude = 0;
+  for (std::int32_t exponent = top; exponent >= bottom && magnitude == 0; --exponent) {
+    const std::uint8_t x = DigitAt(left, exponent);
+    const std::uint8_t y = DigitAt(right, exponent);
+    if (x != y) magnitude = x < y ? -1 : 1;
+  }
+  result = left.negative ? -magnitude : magnitude;
+  return kOk;
+}
+
+}  // namespace zq::time
