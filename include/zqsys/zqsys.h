@@ -4,6 +4,9 @@
 
 #include "zqsys/zqdefs.h"
 #include "zqsys/zqerr.h"
+#include "zqsys/zqstream.h"
+#include "zqsys/zqtime.h"
+#include "zqsys/zqtypes.h"
 #include "zqsys/zqbcd.h"
 
 #endif /* ZQSYS_ZQSYS_H */

@@ -1,0 +1,311 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "stream_test_util.h"
+#include "zqsys/zqerr.h"
+#include "zqsys/zqstream.h"
+#include "zqsys/zqtime.h"
+
+namespace {
+
+using zq::msg::ParseMode;
+using zqtest::Bytes;
+
+constexpr uint32_t kBadBlock = ZQERR_MSG_BAD_PARSE_BLOCK;
+
+// A parser over `bytes`, freed at the end of the test.
+class ParserFixture : public ::testing::Test {
+ protected:
+  void Load(const Bytes& bytes) {
+    bytes_ = bytes;
+    ASSERT_EQ(ZqSysInitParser(parser_, bytes_.data(), static_cast<uint32_t>(bytes_.size())), 0u);
+  }
+  uint32_t Index() {
+    uint32_t index = 0;
+    EXPECT_EQ(ZqSysGetIndex(parser_, &index), 0u);
+    return index;
+  }
+  void SetUp() override { ASSERT_EQ(ZqSysCreateBinaryParser(&parser_), 0u); }
+  void TearDown() override { ZqSysFreeParser(parser_); }
+
+  HZQPARSER parser_ = nullptr;
+  Bytes bytes_;
+};
+
+TEST_F(ParserFixture, RoundTripsEveryType) {
+  HZQCOMPOSER composer = nullptr;
+  ASSERT_EQ(ZqSysCreateBinaryComposer(&composer), 0u);
+  const ZQTIME when{2026, 11, 21, 10, 0, 59, 0, 123};
+  const uint8_t blob[] = {9, 8, 7, 6};
+  const uint8_t counted[] = {3, 0, 0, 0, 'x', 'y', 'z'};
+  const uint8_t decimal[] = {0x02, 0x05, 0x00, 0x12, 0x34};
+  ASSERT_EQ(ZqSysCompose(composer, "ai1i2i4i8u1u2u4u8ftc16cw4b8zd5.2", 'q', -5, -300, -70000,
+                         -(1ll << 40), 200, 60000, 4000000000u, 1ull << 63, 2.5, &when, "hello",
+                         nullptr, u"wide", blob, 4u, counted, decimal),
+            0u);
+  Load(zqtest::ComposerBytes(composer));
+  ZqSysFreeComposer(composer);
+
+  char a = 0;
+  int8_t i1 = 0;
+  int16_t i2 = 0;
+  int32_t i4 = 0;
+  int64_t i8 = 0;
+  uint8_t u1 = 0;
+  uint16_t u2 = 0;
+  uint32_t u4 = 0;
+  uint64_t u8 = 0;
+  double f = 0;
+  ZQTIME t{};
+  char text[17] = {};
+  char none[4] = {'x', 'x', 'x', 0};
+  char16_t wide[5] = {};
+  uint8_t bytes[8] = {};
+  uint32_t count = 0;
+  uint8_t block[16] = {};
+  uint8_t number[5] = {};
+  ASSERT_EQ(ZqSysParse(parser_, "ai1i2i4i8u1u2u4u8ftc16cw4b8zd5.2", &a, &i1, &i2, &i4, &i8, &u1,
+                       &u2, &u4, &u8, &f, &t, text, none, wide, bytes, &count, block, number),
+            0u);
+  EXPECT_EQ(a, 'q');
+  EXPECT_EQ(i1, -5);
+  EXPECT_EQ(i2, -300);
+  EXPECT_EQ(i4, -70000);
+  EXPECT_EQ(i8, -(1ll << 40));
+  EXPECT_EQ(u1, 200);
+  EXPECT_EQ(u2, 60000);
+  EXPECT_EQ(u4, 4000000000u);
+  EXPECT_EQ(u8, 1ull << 63);
+  EXPECT_EQ(f, 2.5);
+  EXPECT_EQ(std::memcmp(&t, &when, sizeof t), 0);
+  EXPECT_STREQ(text, "hello");
+  EXPECT_STREQ(none, "");  // a null text arrives empty
+  EXPECT_EQ(std::u16string(wide), u"wide");
+  EXPECT_EQ(count, 4u);
+  EXPECT_EQ(Bytes(bytes, bytes + 4), Bytes(blob, blob + 4));
+  EXPECT_EQ(Bytes(block, block + 7), Bytes(counted, counted + 7));
+  EXPECT_EQ(Bytes(number, number + 5), Bytes(decimal, decimal + 5));
+  EXPECT_EQ(Index(), bytes_.size());
+}
+
+struct BadCase {
+  const char* name;
+  Bytes stream;
+  const char* format;
+  uint32_t rc;
+  uint32_t index;  // the position after the failure: after the last good value
+};
+
+const BadCase kBadStreams[] = {
+    {"u4 from three bytes", {1, 2, 3}, "u4", kBadBlock, 0},
+    {"u8 after a good u1", {1, 2, 3}, "u1u8", kBadBlock, 1},
+    {"f short", {0, 0, 0, 0, 0, 0, 0}, "f", kBadBlock, 0},
+    {"t short", Bytes(8, 0), "t", kBadBlock, 0},
+    {"text length short", {3, 0, 0}, "c", kBadBlock, 0},
+    {"text without its NUL", {2, 0, 0, 0, 'a', 'b'}, "c", kBadBlock, 0},
+    {"text longer than the stream", {9, 0, 0, 0, 'a', 0}, "c", kBadBlock, 0},
+    {"text of length 0", {0, 0, 0, 0}, "c", kBadBlock, 0},
+    {"text over its width", {4, 0, 0, 0, 'a', 'b', 'c', 0}, "c2", kBadBlock, 0},
+    {"text at its width", {4, 0, 0, 0, 'a', 'b', 'c', 0}, "c3", 0, 8},
+    {"wide text of odd length", {3, 0, 0, 0, 'a', 0, 0}, "w", kBadBlock, 0},
+    {"wide text without its NUL", {4, 0, 0, 0, 'a', 0, 'b', 0}, "w", kBadBlock, 0},
+    {"wide text over its width", {6, 0, 0, 0, 'a', 0, 'b', 0, 0, 0}, "w1", kBadBlock, 0},
+    {"wide text at its width", {6, 0, 0, 0, 'a', 0, 'b', 0, 0, 0}, "w2", 0, 10},
+    {"binary over its width is an argument error", {3, 0, 0, 0, 1, 2, 3}, "b2", 2, 0},
+    {"binary longer than the stream", {4, 0, 0, 0, 1, 2, 3}, "b", kBadBlock, 0},
+    {"counted block over its width", {3, 0, 0, 0, 1, 2, 3}, "z2", 2, 0},
+    {"counted block longer than the stream", {4, 0, 0, 0, 1}, "z", kBadBlock, 0},
+    {"decimal of another type", {0x02, 0x06, 0, 0, 0}, "d5.2", kBadBlock, 0},
+    {"decimal short", {0x02, 0x05, 0, 0}, "d5.2", kBadBlock, 0},
+    {"unknown code", {1}, "u1x", 2, 1},
+    {"integer of width 3", {1, 2, 3}, "i3", 2, 0},
+    {"length near 4 GiB", {0xFE, 0xFF, 0xFF, 0xFF, 0}, "c", kBadBlock, 0},
+};
+
+TEST_F(ParserFixture, BadStreamsFailWhereTheyBreak) {
+  for (const BadCase& c : kBadStreams) {
+    Load(c.stream);
+    uint8_t storage[64] = {};
+    uint32_t count = 0;
+    uint32_t rc;
+    if (std::strchr(c.format, 'b') != nullptr) {
+      rc = ZqSysParse(parser_, c.format, storage, &count);
+    } else if (std::strcmp(c.format, "u1x") == 0 || std::strcmp(c.format, "u1u8") == 0) {
+      rc = ZqSysParse(parser_, c.format, storage, storage + 8);
+    } else {
+      rc = ZqSysParse(parser_, c.format, storage);
+    }
+    EXPECT_EQ(rc, c.rc) << c.name;
+    EXPECT_EQ(Index(), c.index) << c.name;
+  }
+}
+
+TEST_F(ParserFixture, NullMarkersInCopyInPlace) {
+  Load({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+        0xFF, 0xFF});
+  char text[4] = {'x', 'x', 0, 0};
+  char16_t wide[2] = {u'x', 0};
+  uint8_t bytes[4] = {5, 5, 5, 5};
+  uint32_t count = 99;
+  uint8_t block[8] = {5, 5, 5, 5};
+  ASSERT_EQ(ZqSysParse(parser_, "cwb4z", text, wide, bytes, &count, block), 0u);
+  EXPECT_STREQ(text, "");
+  EXPECT_EQ(wide[0], 0);
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(bytes[0], 5);  // nothing to copy
+  EXPECT_EQ(Bytes(block, block + 4), (Bytes{0, 0, 0, 0}));  // an empty counted block
+}
+
+TEST_F(ParserFixture, ArgumentsResetAndReuse) {
+  uint32_t value = 0;
+  EXPECT_EQ(ZqSysCreateBinaryParser(nullptr), 2u);
+  EXPECT_EQ(ZqSysInitParser(nullptr, &value, 4), 2u);
+  EXPECT_EQ(ZqSysInitParser(parser_, nullptr, 4), 2u);
+  EXPECT_EQ(ZqSysParse(parser_, "u4", &value), kBadBlock);  // empty buffer
+  Load({1, 0, 0, 0, 2, 0, 0, 0});
+  EXPECT_EQ(ZqSysParse(nullptr, "u4", &value), 2u);
+  EXPECT_EQ(ZqSysParse(parser_, nullptr), 2u);
+  EXPECT_EQ(ZqSysParse(parser_, "u4", nullptr), 2u);
+  EXPECT_EQ(ZqSysParse(parser_, "t", nullptr), 2u);
+  EXPECT_EQ(ZqSysParse(parser_, "d5.2", nullptr), 2u);
+  EXPECT_EQ(ZqSysParse(parser_, "", &value), 0u);
+  EXPECT_EQ(ZqSysParse(parser_, "u4u4", &value, &value), 0u);
+  EXPECT_EQ(value, 2u);
+  EXPECT_EQ(ZqSysResetParser(parser_), 0u);
+  EXPECT_EQ(ZqSysParse(parser_, "u4", &value), 0u);
+  EXPECT_EQ(value, 1u);
+  EXPECT_EQ(ZqSysGetIndex(parser_, nullptr), 2u);
+
+  HZQPARSER second = nullptr;
+  EXPECT_EQ(ZqSysDuplicateParser(parser_, &second), 0u);
+  EXPECT_EQ(ZqSysFreeParser(second), 0u);
+  EXPECT_EQ(ZqSysFreeParser(nullptr), 0u);
+  EXPECT_EQ(Index(), 4u);  // the fixture's reference still holds the parser
+}
+
+// The delivery modes, on a stream with a text, a null text, a byte string
+// and a null byte string.
+class ParseModes : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ZQCOMPOSECTX composer{};
+    ASSERT_EQ(zqtest::Compose(composer, "ccbb", "hey", nullptr, "\x01\x02", 2u, nullptr, 0u), 0u);
+    stream_.assign(composer.buffer, composer.buffer + composer.size);
+    zq::msg::FreeComposeBuffer(composer);
+    ctx_ = ZQPARSECTX{stream_.data(), static_cast<uint32_t>(stream_.size()), 0};
+  }
+  const uint8_t* Text() const { return stream_.data() + 4; }
+  const uint8_t* Bytes2() const { return stream_.data() + 4 + 4 + 4 + 4; }
+
+  Bytes stream_;
+  ZQPARSECTX ctx_{};
+};
+
+int g_allocations = 0;
+void* CountingAlloc(size_t size) {
+  ++g_allocations;
+  return std::malloc(size);
+}
+void* FailingAlloc(size_t) { return nullptr; }
+
+TEST_F(ParseModes, Pointer) {
+  char* text = nullptr;
+  char* none = reinterpret_cast<char*>(1);
+  uint8_t* bytes = nullptr;
+  uint8_t* nobytes = reinterpret_cast<uint8_t*>(1);
+  uint32_t count = 9, nocount = 9;
+  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kPointer, nullptr, "ccbb", &text, &none, &bytes, &count,
+                          &nobytes, &nocount),
+            0u);
+  EXPECT_EQ(reinterpret_cast<const uint8_t*>(text), Text());
+  EXPECT_EQ(none, nullptr);
+  EXPECT_EQ(bytes, Bytes2());
+  EXPECT_EQ(count, 2u);
+  EXPECT_EQ(nobytes, nullptr);
+  EXPECT_EQ(nocount, 0u);
+  EXPECT_EQ(ctx_.position, ctx_.size);
+}
+
+TEST_F(ParseModes, ChooseByDestination) {
+  // No allocator: a pointer into the stream; a null marker leaves the
+  // destination alone.
+  char* text = nullptr;
+  char keep[] = "keep";
+  char* none = keep;
+  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kChoose, nullptr, "cc", &text, &none), 0u);
+  EXPECT_EQ(reinterpret_cast<const uint8_t*>(text), Text());
+  EXPECT_EQ(none, keep);
+
+  // A destination that holds a buffer gets a copy; one without gets an
+  // allocated copy when an allocator is named.
+  ctx_.position = 0;
+  char buffer[8] = {};
+  char* into = buffer;
+  char* allocated = nullptr;
+  g_allocations = 0;
+  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kChoose, CountingAlloc, "c", &into), 0u);
+  ctx_.position = 0;
+  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kChoose, CountingAlloc, "c", &allocated), 0u);
+  EXPECT_EQ(into, buffer);
+  EXPECT_STREQ(buffer, "hey");
+  EXPECT_STREQ(allocated, "hey");
+  EXPECT_NE(reinterpret_cast<const uint8_t*>(allocated), Text());
+  EXPECT_EQ(g_allocations, 1);
+  std::free(allocated);
+}
+
+TEST_F(ParseModes, CopyToPointedBuffer) {
+  char buffer[8] = {};
+  char other[8] = "xxxx";
+  char* into = buffer;
+  char* none = other;
+  uint8_t raw[4] = {};
+  uint8_t* bytes = raw;
+  uint32_t count = 0;
+  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kCopyToPointed, nullptr, "ccb", &into, &none, &bytes,
+                          &count),
+            0u);
+  EXPECT_STREQ(buffer, "hey");
+  EXPECT_STREQ(other, "");  // a null text stores a NUL at the start
+  EXPECT_EQ(Bytes(raw, raw + 2), (Bytes{1, 2}));
+  char* missing = nullptr;
+  ctx_.position = 0;
+  EXPECT_EQ(zqtest::Parse(ctx_, ParseMode::kCopyToPointed, nullptr, "c", &missing), 2u);
+}
+
+TEST_F(ParseModes, AllocatedCopy) {
+  char* text = nullptr;
+  char* none = reinterpret_cast<char*>(1);
+  uint8_t* bytes = nullptr;
+  uint32_t count = 0;
+  g_allocations = 0;
+  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kAllocatedCopy, CountingAlloc, "ccb", &text, &none,
+                          &bytes, &count),
+            0u);
+  EXPECT_STREQ(text, "hey");
+  EXPECT_EQ(none, nullptr);
+  EXPECT_EQ(Bytes(bytes, bytes + count), (Bytes{1, 2}));
+  EXPECT_EQ(g_allocations, 2);
+  std::free(text);
+  std::free(bytes);
+
+  ctx_.position = 0;
+  EXPECT_EQ(zqtest::Parse(ctx_, ParseMode::kAllocatedCopy, nullptr, "c", &text), 2u);
+  EXPECT_EQ(zqtest::Parse(ctx_, ParseMode::kAllocatedCopy, FailingAlloc, "c", &text),
+            ZQERR_COMMON_NO_MEMORY);
+  EXPECT_EQ(ctx_.position, 0u);
+}
+
+TEST_F(ParseModes, UnknownModeAndPositionPastTheEnd) {
+  char* text = nullptr;
+  EXPECT_EQ(zqtest::Parse(ctx_, static_cast<ParseMode>(5), nullptr, "c", &text), 2u);
+  ctx_.position = ctx_.size + 100;  // set without a check; reads then fail
+  EXPECT_EQ(zqtest::Parse(ctx_, ParseMode::kPointer, nullptr, "c", &text), kBadBlock);
+  uint8_t byte = 0;
+  EXPECT_EQ(zqtest::Parse(ctx_, ParseMode::kPointer, nullptr, "u1", &byte), kBadBlock);
+}
+
+}  // namespace
