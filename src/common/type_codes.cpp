@@ -24,18 +24,6 @@ bool IntegerAlignment(std::uint32_t width, std::uint32_t& alignment) noexcept {
 
 }  // namespace
 
-std::uint32_t ReadWidth(const char* text, std::uint32_t& digits) noexcept {
-  std::uint64_t value = 0;
-  std::uint32_t n = 0;
-  while (IsDigit(text[n])) {
-    value = value * 10 + static_cast<std::uint64_t>(text[n] - '0');
-    if (value > 0xFFFFFFFFu) value = 0xFFFFFFFFu + 1ull;  // keep saturated, never wrap
-    ++n;
-  }
-  digits = n;
-  return value > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<std::uint32_t>(value);
-}
-
 bool ScanType(const char* format, TypeCode& out) noexcept {
   TypeCode code;
   code.letter = format[0];

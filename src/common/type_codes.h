@@ -6,8 +6,19 @@
 namespace zq::common {
 
 // Reads the decimal digits at `text`, saturating at 0xFFFFFFFF. Sets
-// `digits` to how many characters were read.
-std::uint32_t ReadWidth(const char* text, std::uint32_t& digits) noexcept;
+// `digits` to how many characters were read. Inline: the stream engines call
+// it once per value.
+inline std::uint32_t ReadWidth(const char* text, std::uint32_t& digits) noexcept {
+  std::uint64_t value = 0;
+  std::uint32_t n = 0;
+  while (text[n] >= '0' && text[n] <= '9') {
+    value = value * 10 + static_cast<std::uint64_t>(text[n] - '0');
+    if (value > 0xFFFFFFFFu) value = 0x100000000ull;  // stays saturated, never wraps
+    ++n;
+  }
+  digits = n;
+  return value > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<std::uint32_t>(value);
+}
 
 struct TypeCode {
   char letter = 0;

@@ -27,41 +27,49 @@ std::uint32_t ReadFormatWidth(const char*& p) noexcept {
   return width;
 }
 
+// One parser per delivery mode, so that the loop over a format never asks
+// which mode it is in.
+template <ParseMode kMode>
 class Parser {
  public:
-  Parser(ZQPARSECTX& ctx, ParseMode mode, ZqAllocFunc allocator) noexcept
-      : ctx_(ctx), mode_(mode), allocator_(allocator) {}
+  // The cursor lives in the parser, not in the caller's context, so that
+  // copies into destinations never force it to be reloaded.
+  Parser(const ZQPARSECTX& ctx, ZqAllocFunc allocator) noexcept
+      : buffer_(ctx.buffer), size_(ctx.size), position_(ctx.position), allocator_(allocator) {}
 
   std::uint32_t Run(const char* format, va_list& args) noexcept;
+  std::uint32_t Position() const noexcept { return static_cast<std::uint32_t>(position_); }
 
  private:
   // Bytes left after the position (none when the position was set past the
   // end).
   std::uint64_t Remaining() const noexcept {
-    return ctx_.position <= ctx_.size ? ctx_.size - ctx_.position : 0;
+    return position_ <= size_ ? size_ - position_ : 0;
   }
-  const std::uint8_t* Here() const noexcept { return ctx_.buffer + ctx_.position; }
-  void Advance(std::uint64_t count) noexcept { ctx_.position += static_cast<std::uint32_t>(count); }
+  const std::uint8_t* Here() const noexcept { return buffer_ + position_; }
+  void Advance(std::uint64_t count) noexcept { position_ += count; }
 
-  std::uint32_t Fixed(void* dest, std::uint32_t size) noexcept;
-  std::uint32_t Integer(const char*& p, void* dest) noexcept;
-  std::uint32_t Time(void* dest) noexcept;
-  std::uint32_t Text(const char*& p, void* dest, bool wide) noexcept;
-  std::uint32_t Binary(const char*& p, void* dest, std::uint32_t* count) noexcept;
-  std::uint32_t Counted(const char*& p, void* dest) noexcept;
-  std::uint32_t Decimal(const char*& p, void* dest) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Fixed(void* dest, std::uint32_t size) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Integer(const char*& p, void* dest) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Time(void* dest) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Text(const char*& p, void* dest, bool wide) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Binary(const char*& p, void* dest, std::uint32_t* count) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Counted(const char*& p, void* dest) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Decimal(const char*& p, void* dest) noexcept;
 
-  std::uint32_t Deliver(void* dest, const std::uint8_t* bytes, std::uint32_t count) noexcept;
-  std::uint32_t DeliverNull(void* dest, std::uint32_t zeroBytes) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Deliver(void* dest, const std::uint8_t* bytes, std::uint32_t count) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t DeliverNull(void* dest, std::uint32_t zeroBytes) noexcept;
 
-  ZQPARSECTX& ctx_;
-  ParseMode mode_;
+  const std::uint8_t* buffer_;
+  std::uint64_t size_;
+  std::uint64_t position_;
   ZqAllocFunc allocator_;
 };
 
-std::uint32_t Parser::Deliver(void* dest, const std::uint8_t* bytes, std::uint32_t count) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* bytes, std::uint32_t count) noexcept {
   void** slot = static_cast<void**>(dest);
-  switch (mode_) {
+  switch (kMode) {
     case ParseMode::kChoose:
       if (*slot != nullptr) {
         std::memcpy(*slot, bytes, count);
@@ -96,9 +104,10 @@ std::uint32_t Parser::Deliver(void* dest, const std::uint8_t* bytes, std::uint32
 // A null marker: pointer modes store a null pointer, copy modes store
 // `zeroBytes` zero bytes (an empty text, a zero length), choose leaves the
 // destination as it is.
-std::uint32_t Parser::DeliverNull(void* dest, std::uint32_t zeroBytes) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::DeliverNull(void* dest, std::uint32_t zeroBytes) noexcept {
   void** slot = static_cast<void**>(dest);
-  switch (mode_) {
+  switch (kMode) {
     case ParseMode::kChoose:
       return 0;
     case ParseMode::kPointer:
@@ -116,7 +125,8 @@ std::uint32_t Parser::DeliverNull(void* dest, std::uint32_t zeroBytes) noexcept 
   return kWrongArguments;
 }
 
-std::uint32_t Parser::Fixed(void* dest, std::uint32_t size) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::Fixed(void* dest, std::uint32_t size) noexcept {
   if (dest == nullptr) return kWrongArguments;
   if (Remaining() < size) return kBadBlock;
   std::memcpy(dest, Here(), size);
@@ -124,7 +134,8 @@ std::uint32_t Parser::Fixed(void* dest, std::uint32_t size) noexcept {
   return 0;
 }
 
-std::uint32_t Parser::Integer(const char*& p, void* dest) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::Integer(const char*& p, void* dest) noexcept {
   switch (*p++) {
     case '1': return Fixed(dest, 1);
     case '2': return Fixed(dest, 2);
@@ -134,7 +145,8 @@ std::uint32_t Parser::Integer(const char*& p, void* dest) noexcept {
   }
 }
 
-std::uint32_t Parser::Time(void* dest) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::Time(void* dest) noexcept {
   if (dest == nullptr) return kWrongArguments;
   if (Remaining() < 9) return kBadBlock;
   auto* raw = static_cast<std::uint8_t*>(dest);
@@ -145,7 +157,8 @@ std::uint32_t Parser::Time(void* dest) noexcept {
   return 0;
 }
 
-std::uint32_t Parser::Text(const char*& p, void* dest, bool wide) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::Text(const char*& p, void* dest, bool wide) noexcept {
   const std::uint64_t width = ReadFormatWidth(p);
   if (dest == nullptr) return kWrongArguments;
   if (Remaining() < 4) return kBadBlock;
@@ -172,7 +185,8 @@ std::uint32_t Parser::Text(const char*& p, void* dest, bool wide) noexcept {
   return 0;
 }
 
-std::uint32_t Parser::Binary(const char*& p, void* dest, std::uint32_t* count) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest, std::uint32_t* count) noexcept {
   const std::uint32_t width = ReadFormatWidth(p);
   if (dest == nullptr) return kWrongArguments;
   if (Remaining() < 4) return kBadBlock;
@@ -193,7 +207,8 @@ std::uint32_t Parser::Binary(const char*& p, void* dest, std::uint32_t* count) n
 }
 
 // A counted block is handed over whole: its u32 length, then its bytes.
-std::uint32_t Parser::Counted(const char*& p, void* dest) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::Counted(const char*& p, void* dest) noexcept {
   const std::uint32_t width = ReadFormatWidth(p);
   if (dest == nullptr) return kWrongArguments;
   if (Remaining() < 4) return kBadBlock;
@@ -213,7 +228,8 @@ std::uint32_t Parser::Counted(const char*& p, void* dest) noexcept {
 
 // Decimals are fixed-size values and are copied in every mode. A stored
 // value of another type than the format's is a malformed stream.
-std::uint32_t Parser::Decimal(const char*& p, void* dest) noexcept {
+template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::Decimal(const char*& p, void* dest) noexcept {
   common::TypeCode code;
   if (!common::ScanType(p - 1, code)) return kWrongArguments;
   p += code.length - 1;
@@ -227,7 +243,8 @@ std::uint32_t Parser::Decimal(const char*& p, void* dest) noexcept {
   return 0;
 }
 
-std::uint32_t Parser::Run(const char* format, va_list& args) noexcept {
+template <ParseMode kMode>
+std::uint32_t Parser<kMode>::Run(const char* format, va_list& args) noexcept {
   std::uint32_t rc = 0;
   const char* p = format;
   while (rc == 0 && *p != '\0') {
@@ -274,6 +291,15 @@ std::uint32_t Parser::Run(const char* format, va_list& args) noexcept {
   return rc;
 }
 
+template <ParseMode kMode>
+std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* format,
+                        va_list& args) noexcept {
+  Parser<kMode> parser(ctx, allocator);
+  const std::uint32_t rc = parser.Run(format, args);
+  ctx.position = parser.Position();
+  return rc;
+}
+
 }  // namespace
 
 std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
@@ -284,7 +310,20 @@ std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
   if (ctx.buffer == nullptr && ctx.size != 0) return kWrongArguments;
   va_list ap;
   va_copy(ap, args);
-  const std::uint32_t rc = Parser(ctx, parseMode, allocator).Run(format, ap);
+  std::uint32_t rc = kWrongArguments;
+  switch (parseMode) {
+    case ParseMode::kChoose: rc = RunParser<ParseMode::kChoose>(ctx, allocator, format, ap); break;
+    case ParseMode::kPointer: rc = RunParser<ParseMode::kPointer>(ctx, allocator, format, ap); break;
+    case ParseMode::kCopyToPointed:
+      rc = RunParser<ParseMode::kCopyToPointed>(ctx, allocator, format, ap);
+      break;
+    case ParseMode::kAllocatedCopy:
+      rc = RunParser<ParseMode::kAllocatedCopy>(ctx, allocator, format, ap);
+      break;
+    case ParseMode::kCopyInPlace:
+      rc = RunParser<ParseMode::kCopyInPlace>(ctx, allocator, format, ap);
+      break;
+  }
   va_end(ap);
   return rc;
 }
