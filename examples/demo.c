@@ -1,8 +1,108 @@
+/* A tour of the library's foundation: result-code texts, type codes, and a
+ * message-like record composed into a typed binary stream and parsed back. */
+#include <inttypes.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "zqsys/zqsys.h"
 
+static int Check(uint32_t rc, const char* what) {
+  if (rc != 0) fprintf(stderr, "%s failed: 0x%X %s\n", what, (unsigned)rc, ZqErrGetDescrStr(rc));
+  return rc == 0;
+}
+
+static void ShowResultCodes(void) {
+  static const uint32_t codes[] = {0, ZQERR_COMMON_BUFFER_TOO_SMALL, ZQERR_MSG_BAD_PARSE_BLOCK,
+                                   ZQERR_DB_INVALID_TYPE, 0x13001, 0x16000};
+  printf("Result codes:\n");
+  for (size_t i = 0; i < sizeof codes / sizeof codes[0]; ++i) {
+    printf("  0x%05X  %s\n", (unsigned)codes[i], ZqErrGetDescrStr(codes[i]));
+  }
+}
+
+static void ShowLayout(const char* format) {
+  uint32_t offset = 0, length = 0, width = 0, scale = 0;
+  printf("Native layout of \"%s\":", format);
+  while (ZqSysGetNextType(format, &length, &width, &scale) == 0 && length != 0) {
+    uint32_t size = 0, align = 1;
+    if (!Check(ZqSysTypeGetSizeAndAlign(format[0], width, scale, &size, &align), "measure")) return;
+    offset = (offset + align - 1) / align * align;
+    printf(" %.*s@%u", (int)length, format, (unsigned)offset);
+    offset += size;
+    format += length;
+  }
+  printf(" (%u bytes)\n", (unsigned)offset);
+}
+
+static void DumpBytes(const uint8_t* bytes, uint32_t size) {
+  for (uint32_t i = 0; i < size; ++i) {
+    printf("%s%02X", i % 24 == 0 ? "\n    " : " ", bytes[i]);
+  }
+  printf("\n");
+}
+
 int main(void) {
-  printf("ZqSys %s\n", ZqSysGetVersionStr());
+  printf("ZqSys %s\n\n", ZqSysGetVersionStr());
+  ShowResultCodes();
+  printf("\n");
+  ShowLayout("i1ci4i4");
+  ShowLayout("u2u1u1u1u1u1u2");
+  ShowLayout("c16u4u8u8d26.2t");
+  printf("\n");
+
+  /* An order fill: texts, integers, a time, a price and a binary payload. */
+  const ZQTIME when = {2026, 11, 21, 10, 0, 0, 0, 123};
+  uint8_t price[ZQBCDII_MAX_SIZE];
+  ZQBCDII* value = (ZQBCDII*)price;
+  if (!Check(ZqBCDIIInit(value, 12, 4), "ZqBCDIIInit") ||
+      !Check(ZqBCDIIFromStr(value, "101.2575"), "ZqBCDIIFromStr")) {
+    return 1;
+  }
+  const uint8_t payload[] = {0xDE, 0xAD, 0xBE, 0xEF};
+  const char* format = "c16c16u4u8tb64d12.4";
+
+  HZQCOMPOSER composer = NULL;
+  if (!Check(ZqSysCreateBinaryComposer(&composer), "create composer") || composer == NULL) {
+    return 1;
+  }
+  if (!Check(ZqSysCompose(composer, format, "desk-07", "XPAR-07", 100u, (uint64_t)7, &when,
+                          payload, (uint32_t)sizeof payload, value),
+             "compose")) {
+    return 1;
+  }
+  const uint8_t* stream = NULL;
+  uint32_t size = 0;
+  ZqSysComposeGetBuffer(composer, &stream);
+  ZqSysComposeGetSize(composer, &size);
+  printf("Composed \"%s\" into %u bytes:", format, (unsigned)size);
+  DumpBytes(stream, size);
+
+  char from[17], symbol[17], text[64];
+  uint32_t quantity = 0, bytes = 0, textSize = sizeof text;
+  uint64_t order = 0;
+  ZQTIME at;
+  uint8_t data[64], parsedPrice[ZQBCDII_MAX_SIZE];
+  HZQPARSER parser = NULL;
+  if (!Check(ZqSysCreateBinaryParser(&parser), "create parser") || parser == NULL) return 1;
+  ZqSysInitParser(parser, stream, size);
+  if (!Check(ZqSysParse(parser, format, from, symbol, &quantity, &order, &at, data, &bytes,
+                        parsedPrice),
+             "parse") ||
+      !Check(ZqBCDIIToStr((const ZQBCDII*)parsedPrice, text, &textSize), "ZqBCDIIToStr")) {
+    return 1;
+  }
+  printf("Parsed back: from '%s', symbol '%s', order %" PRIu64 ", qty %u, price %s,\n", from,
+         symbol, order, (unsigned)quantity, text);
+  printf("  at %04u-%02u-%02u %02u:%02u:%02u.%03u, %u payload bytes\n", at.year, at.month, at.day,
+         at.hour, at.minute, at.second, at.millisecond, (unsigned)bytes);
+
+  /* A stream cut short is reported, never read past. */
+  ZqSysInitParser(parser, stream, 10);
+  const uint32_t rc = ZqSysParse(parser, format, from, symbol, &quantity, &order, &at, data,
+                                 &bytes, parsedPrice);
+  printf("Parsing the first 10 bytes only: 0x%X %s\n", (unsigned)rc, ZqErrGetDescrStr(rc));
+
+  ZqSysFreeParser(parser);
+  ZqSysFreeComposer(composer);
   return 0;
 }
