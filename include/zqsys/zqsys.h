@@ -4,6 +4,7 @@
 
 #include "zqsys/zqdefs.h"
 #include "zqsys/zqerr.h"
+#include "zqsys/zqmsg.h"
 #include "zqsys/zqstream.h"
 #include "zqsys/zqtime.h"
 #include "zqsys/zqtypes.h"

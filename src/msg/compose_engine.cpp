@@ -223,6 +223,14 @@ std::uint32_t ComposeV(ZQCOMPOSECTX& ctx, const char* format, va_list args) noex
   return rc;
 }
 
+std::uint32_t Compose(ZQCOMPOSECTX& ctx, const char* format, ...) noexcept {
+  va_list args;
+  va_start(args, format);
+  const std::uint32_t rc = ComposeV(ctx, format, args);
+  va_end(args);
+  return rc;
+}
+
 std::uint32_t ComposeRaw(ZQCOMPOSECTX& ctx, const void* bytes, std::uint32_t count) noexcept {
   return PutBytes(ctx, bytes, count);
 }

@@ -328,4 +328,13 @@ std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
   return rc;
 }
 
+std::uint32_t Parse(ZQPARSECTX& ctx, ParseMode mode, ZqAllocFunc allocator, const char* format,
+                    ...) noexcept {
+  va_list args;
+  va_start(args, format);
+  const std::uint32_t rc = ParseV(ctx, static_cast<std::uint32_t>(mode), allocator, format, args);
+  va_end(args);
+  return rc;
+}
+
 }  // namespace zq::msg

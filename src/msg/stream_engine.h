@@ -23,6 +23,11 @@ enum class ParseMode : std::uint32_t {
 // Appends values by format; see ZqSysCompose for the codes returned.
 std::uint32_t ComposeV(ZQCOMPOSECTX& ctx, const char* format, va_list args) noexcept;
 
+// Variadic forms of ComposeV and ParseV for the library's own formats.
+std::uint32_t Compose(ZQCOMPOSECTX& ctx, const char* format, ...) noexcept;
+std::uint32_t Parse(ZQPARSECTX& ctx, ParseMode mode, ZqAllocFunc allocator, const char* format,
+                    ...) noexcept;
+
 // Appends raw bytes with the growth rule of a value of that many bytes.
 std::uint32_t ComposeRaw(ZQCOMPOSECTX& ctx, const void* bytes, std::uint32_t count) noexcept;
 

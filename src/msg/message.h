@@ -1,0 +1,71 @@
+// The message object behind HZQMSG: system fields, user fields, body, and
+// its block form.
+#pragma once
+
+#include <cstdint>
+
+#include "common/ref_counted.h"
+#include "zqsys/zqmsg.h"
+#include "zqsys/zqstream.h"
+
+namespace zq::msg {
+
+struct UserField {
+  char* name;
+  std::uint8_t* value;  // null for an empty value stored as null
+  std::uint32_t size;
+};
+
+class CMessage : public common::CRefCounted {
+ public:
+  static CMessage* From(HZQMSG handle) noexcept { return reinterpret_cast<CMessage*>(handle); }
+  HZQMSG Handle() noexcept { return reinterpret_cast<HZQMSG>(this); }
+
+  // See ZqMsgSetField and ZqMsgGetBinaryField.
+  std::uint32_t SetField(const char* name, const void* value, std::uint32_t size) noexcept;
+  std::uint32_t GetField(const char* name, const void** value, std::uint32_t* size) const noexcept;
+
+  std::uint32_t SetBody(const void* bytes, std::uint32_t size) noexcept;
+  const std::uint8_t* Body() const noexcept { return body_; }
+  std::uint32_t BodySize() const noexcept { return bodySize_; }
+
+  // Appends the block to `ctx` (measures it when the context measures).
+  std::uint32_t ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept;
+  // Fills this new, empty message from a block; `used` receives the bytes
+  // read so far, also on failure.
+  std::uint32_t LoadBlock(const std::uint8_t* block, std::uint32_t size,
+                          std::uint32_t& used) noexcept;
+
+  std::uint32_t UserFieldCount() const noexcept { return userCount_; }
+  const UserField& UserFieldAt(std::uint32_t i) const noexcept { return users_[i]; }
+
+  struct SystemField;
+
+ protected:
+  ~CMessage() override;
+
+ private:
+  static const SystemField* FindSystemField(const char* name) noexcept;
+  std::uint32_t SetUserField(const char* name, const void* value, std::uint32_t size) noexcept;
+
+  std::uint32_t type_ = 0;
+  std::uint64_t sendId_ = 0;
+  std::uint64_t replyId_ = 0;
+  char* from_ = nullptr;
+  char* to_ = nullptr;
+  std::uint8_t* body_ = nullptr;
+  std::uint32_t bodySize_ = 0;
+  char* category_ = nullptr;
+  std::uint32_t userCapacity_ = 0;
+  std::uint32_t userCount_ = 0;
+  UserField* users_ = nullptr;
+};
+
+// Reads one field straight from a block without building a message.
+std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, const char* name,
+                                 const void** value, std::uint32_t* valueSize) noexcept;
+
+// The library's allocator in the form the parse engine takes.
+void* LibraryAllocate(std::size_t size) noexcept;
+
+}  // namespace zq::msg

@@ -1,0 +1,145 @@
+// The message block: saving, loading, and reading one field in place.
+#include <cstring>
+
+#include "msg/message.h"
+#include "msg/stream_engine.h"
+#include "os/edge.h"
+#include "zqsys/zqerr.h"
+
+namespace zq::msg {
+namespace {
+
+constexpr const char* kHeaderFormat = "cu4u4u8u8ccbc";
+constexpr const char* kSignature = "ZORK";
+constexpr std::uint32_t kBlockVersion = 1;
+constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
+
+}  // namespace
+
+std::uint32_t CMessage::ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept {
+  std::uint32_t rc = Compose(ctx, kHeaderFormat, kSignature, kBlockVersion, type_, sendId_,
+                             replyId_, from_, to_, body_, bodySize_, category_);
+  for (std::uint32_t i = 0; rc == 0 && i < userCount_; ++i) {
+    rc = Compose(ctx, "cb", users_[i].name, users_[i].value, users_[i].size);
+  }
+  if (rc == 0) rc = Compose(ctx, "cb", nullptr, nullptr, 0u);
+  return rc;
+}
+
+// The signature and version are read and not checked: any header that
+// parses is accepted. The texts and the body become owned copies; each user
+// field is stored as ZqMsgSetField stores it.
+std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
+                                  std::uint32_t& used) noexcept {
+  ZQPARSECTX ctx{block, size, 0};
+  const char* signature = nullptr;
+  std::uint32_t version = 0;
+  used = 0;
+  std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "cu4", &signature, &version);
+  if (rc == 0) {
+    rc = Parse(ctx, ParseMode::kAllocatedCopy, LibraryAllocate, kHeaderFormat + 3, &type_,
+               &sendId_, &replyId_, &from_, &to_, &body_, &bodySize_, &category_);
+  }
+  used = ctx.position;
+  while (rc == 0 && ctx.position < ctx.size) {
+    const char* name = nullptr;
+    const void* value = nullptr;
+    std::uint32_t valueSize = 0;
+    rc = Parse(ctx, ParseMode::kPointer, nullptr, "cb", &name, &value, &valueSize);
+    if (rc != 0) break;
+    used = ctx.position;
+    if (name == nullptr) break;  // the terminator
+    rc = SetField(name, value, valueSize);
+  }
+  return rc;
+}
+
+namespace {
+
+// Where each header value lies in a block, read without copying.
+struct HeaderView {
+  const std::uint8_t* type = nullptr;
+  const std::uint8_t* sendId = nullptr;
+  const std::uint8_t* replyId = nullptr;
+  const char* from = nullptr;
+  const char* to = nullptr;
+  const char* category = nullptr;
+  const std::uint8_t* body = nullptr;
+  std::uint32_t fromSize = 0, toSize = 0, categorySize = 0, bodySize = 0;
+};
+
+// A text in pointer mode, with its stored length.
+std::uint32_t ParseTextView(ZQPARSECTX& ctx, const char*& text, std::uint32_t& size) noexcept {
+  const std::uint32_t start = ctx.position;
+  const std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "c", &text);
+  if (rc == 0 && text != nullptr) size = ctx.position - start - 4;
+  return rc;
+}
+
+std::uint32_t ParseHeaderView(ZQPARSECTX& ctx, HeaderView& h) noexcept {
+  const char* signature = nullptr;
+  std::uint32_t skip32;
+  std::uint64_t skip64;
+  std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "cu4", &signature, &skip32);
+  if (rc == 0) {
+    h.type = ctx.buffer + ctx.position;
+    rc = Parse(ctx, ParseMode::kPointer, nullptr, "u4", &skip32);
+  }
+  if (rc == 0) {
+    h.sendId = ctx.buffer + ctx.position;
+    rc = Parse(ctx, ParseMode::kPointer, nullptr, "u8", &skip64);
+  }
+  if (rc == 0) {
+    h.replyId = ctx.buffer + ctx.position;
+    rc = Parse(ctx, ParseMode::kPointer, nullptr, "u8", &skip64);
+  }
+  if (rc == 0) rc = ParseTextView(ctx, h.from, h.fromSize);
+  if (rc == 0) rc = ParseTextView(ctx, h.to, h.toSize);
+  if (rc == 0) rc = Parse(ctx, ParseMode::kPointer, nullptr, "b", &h.body, &h.bodySize);
+  if (rc == 0) rc = ParseTextView(ctx, h.category, h.categorySize);
+  return rc;
+}
+
+std::uint32_t Deliver(const void* value, std::uint32_t size, const void** out,
+                      std::uint32_t* outSize) noexcept {
+  if (value == nullptr) return kFieldNotFound;
+  *out = value;
+  *outSize = size;
+  return 0;
+}
+
+}  // namespace
+
+std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, const char* name,
+                                 const void** value, std::uint32_t* valueSize) noexcept {
+  ZQPARSECTX ctx{block, size, 0};
+  HeaderView h;
+  if (const std::uint32_t rc = ParseHeaderView(ctx, h)) return rc;
+  if (std::strcmp(name, ZQMSG_FIELD_FROM) == 0) return Deliver(h.from, h.fromSize, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_TO) == 0) return Deliver(h.to, h.toSize, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_BODY) == 0) return Deliver(h.body, h.bodySize, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_TYPE) == 0) return Deliver(h.type, 4, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_SENDID) == 0) return Deliver(h.sendId, 8, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_REPLYID) == 0) return Deliver(h.replyId, 8, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_CATEGORY) == 0) {
+    return Deliver(h.category, h.categorySize, value, valueSize);
+  }
+  while (ctx.position < ctx.size) {
+    const char* fieldName = nullptr;
+    const void* fieldValue = nullptr;
+    std::uint32_t fieldSize = 0;
+    if (const std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "cb", &fieldName,
+                                       &fieldValue, &fieldSize)) {
+      return rc;
+    }
+    if (fieldName == nullptr) break;
+    if (std::strcmp(fieldName, name) == 0) {
+      *value = fieldValue;
+      *valueSize = fieldSize;
+      return 0;
+    }
+  }
+  return kFieldNotFound;
+}
+
+}  // namespace zq::msg

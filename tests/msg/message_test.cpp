@@ -1,0 +1,368 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "os/memory.h"
+#include "zqsys/zqerr.h"
+#include "zqsys/zqmsg.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+constexpr uint32_t kNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
+constexpr uint8_t kFF = 0xFF;
+
+Bytes SaveBlock(HZQMSG message) {
+  uint32_t size = 0;
+  EXPECT_EQ(ZqMsgGetMessageBlockSize(message, &size), 0u);
+  Bytes block(size);
+  EXPECT_EQ(ZqMsgSaveMessageToBlock(message, block.data(), &size), 0u);
+  EXPECT_EQ(size, block.size());
+  return block;
+}
+
+// A message freed when the test ends.
+struct Message {
+  Message() { EXPECT_EQ(ZqMsgCreateMessage(&handle), 0u); }
+  explicit Message(HZQMSG adopted) : handle(adopted) {}
+  ~Message() { ZqMsgFreeMessage(handle); }
+  HZQMSG handle = nullptr;
+};
+
+const Bytes kHeaderStart = {5, 0, 0, 0, 'Z', 'O', 'R', 'K', 0, 1, 0, 0, 0};
+
+Bytes Concat(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+TEST(MessageBlock, NewMessageIs57Bytes) {
+  Message m;
+  const Bytes expected = Concat({kHeaderStart, Bytes(4 + 8 + 8, 0), Bytes(4 * 4, kFF),
+                                 Bytes(8, kFF)});
+  ASSERT_EQ(expected.size(), 57u);
+  EXPECT_EQ(SaveBlock(m.handle), expected);
+}
+
+// Every system field, a body and three user fields, the last one empty.
+void FillFull(HZQMSG m) {
+  ASSERT_EQ(ZqMsgSetFieldStr(m, "Zq_From", "A"), 0u);
+  ASSERT_EQ(ZqMsgSetFieldStr(m, "Zq_To", "B"), 0u);
+  ASSERT_EQ(ZqMsgSetFieldUINT32(m, "Zq_Type", 0x4003), 0u);
+  ASSERT_EQ(ZqMsgSetFieldUINT64(m, "Zq_SendId", 0x0102030405060708ull), 0u);
+  ASSERT_EQ(ZqMsgSetFieldUINT64(m, "Zq_ReplyId", 9), 0u);
+  ASSERT_EQ(ZqMsgSetFieldStr(m, "Zq_Category", "C"), 0u);
+  const uint8_t body[] = {0xAA, 0xBB};
+  ASSERT_EQ(ZqMsgSetBody(m, body, 2), 0u);
+  ASSERT_EQ(ZqMsgSetFieldUINT8(m, "x", 1), 0u);
+  const uint8_t yy[] = {2, 3};
+  ASSERT_EQ(ZqMsgSetField(m, "yy", yy, 2), 0u);
+  ASSERT_EQ(ZqMsgSetField(m, "z", nullptr, 0), 0u);
+}
+
+const Bytes kFullBlock = Concat({
+    kHeaderStart,
+    {0x03, 0x40, 0, 0},                 // type
+    {8, 7, 6, 5, 4, 3, 2, 1},           // send id
+    {9, 0, 0, 0, 0, 0, 0, 0},           // reply id
+    {2, 0, 0, 0, 'A', 0},               // from
+    {2, 0, 0, 0, 'B', 0},               // to
+    {2, 0, 0, 0, 0xAA, 0xBB},           // body
+    {2, 0, 0, 0, 'C', 0},               // category
+    {2, 0, 0, 0, 'x', 0, 1, 0, 0, 0, 1},
+    {3, 0, 0, 0, 'y', 'y', 0, 2, 0, 0, 0, 2, 3},
+    {2, 0, 0, 0, 'z', 0, kFF, kFF, kFF, kFF},
+    Bytes(8, kFF),                      // the terminator
+});
+
+TEST(MessageBlock, FullMessageByteForByte) {
+  Message m;
+  FillFull(m.handle);
+  EXPECT_EQ(SaveBlock(m.handle), kFullBlock);
+}
+
+TEST(MessageBlock, RoundTripRebuildsTheSameMessage) {
+  HZQMSG loaded = nullptr;
+  uint32_t used = 0;
+  ASSERT_EQ(ZqMsgCreateMessageFromBlock(kFullBlock.data(), kFullBlock.size(), &loaded, &used),
+            0u);
+  Message m(loaded);
+  EXPECT_EQ(used, kFullBlock.size());
+  EXPECT_EQ(SaveBlock(m.handle), kFullBlock);
+
+  char text[8] = {};
+  uint32_t size = sizeof text;
+  EXPECT_EQ(ZqMsgCopyField(m.handle, "Zq_From", text, &size), 0u);
+  EXPECT_STREQ(text, "A");
+  EXPECT_EQ(size, 2u);
+  uint64_t sendId = 0;
+  EXPECT_EQ(ZqMsgCopyFieldUINT64(m.handle, "Zq_SendId", &sendId), 0u);
+  EXPECT_EQ(sendId, 0x0102030405060708ull);
+  const void* value = nullptr;
+  EXPECT_EQ(ZqMsgGetBinaryField(m.handle, "z", &value, &size), 0u);
+  EXPECT_EQ(value, nullptr);
+  EXPECT_EQ(size, 0u);
+}
+
+TEST(MessageBlock, LoaderIsLenientAboutSignatureAndEnd) {
+  // Any signature text; a block that ends right after the header.
+  Bytes block = kFullBlock;
+  std::memcpy(block.data() + 4, "XXXX", 4);
+  const size_t headerSize = 57;
+  block.resize(headerSize);
+  HZQMSG loaded = nullptr;
+  uint32_t used = 0;
+  ASSERT_EQ(ZqMsgCreateMessageFromBlock(block.data(), block.size(), &loaded, &used), 0u);
+  Message m(loaded);
+  EXPECT_EQ(used, headerSize);
+  const void* value = nullptr;
+  uint32_t size = 0;
+  EXPECT_EQ(ZqMsgGetBinaryField(m.handle, "x", &value, &size), kNotFound);
+
+  // Bytes after the terminator are not read.
+  Bytes trailing = kFullBlock;
+  trailing.push_back(0x42);
+  HZQMSG again = nullptr;
+  ASSERT_EQ(ZqMsgCreateMessageFromBlock(trailing.data(), trailing.size(), &again, &used), 0u);
+  EXPECT_EQ(used, kFullBlock.size());
+  ZqMsgFreeMessage(again);
+}
+
+TEST(MessageBlock, MalformedBlocksFailAndLeaveTheHandle) {
+  const HZQMSG sentinel = reinterpret_cast<HZQMSG>(0x1);
+  for (size_t cut = 0; cut < kFullBlock.size() - 8; ++cut) {
+    // Right after the header and after each pair, a block may end.
+    if (cut == 57 || cut == 68 || cut == 81) continue;
+    HZQMSG loaded = sentinel;
+    const uint32_t rc = ZqMsgCreateMessageFromBlock(kFullBlock.data(), cut, &loaded, nullptr);
+    EXPECT_EQ(rc, ZQERR_MSG_BAD_PARSE_BLOCK) << cut;
+    EXPECT_EQ(loaded, sentinel) << cut;
+  }
+  // A user pair naming "Zq_Type" with 3 bytes is refused as ZqMsgSetField is.
+  const Bytes bad = Concat({Bytes(kFullBlock.begin(), kFullBlock.begin() + 57),
+                            {8, 0, 0, 0, 'Z', 'q', '_', 'T', 'y', 'p', 'e', 0, 3, 0, 0, 0, 1, 2, 3}});
+  HZQMSG loaded = sentinel;
+  EXPECT_EQ(ZqMsgCreateMessageFromBlock(bad.data(), bad.size(), &loaded, nullptr), 2u);
+  EXPECT_EQ(loaded, sentinel);
+}
+
+TEST(MessageBlock, ReadFieldsStraightFromTheBlock) {
+  const void* value = nullptr;
+  uint32_t size = 0;
+  const uint8_t* base = kFullBlock.data();
+  EXPECT_EQ(ZqMsgGetBinaryFieldFromBlock(base, kFullBlock.size(), "Zq_To", &value, &size), 0u);
+  EXPECT_STREQ(static_cast<const char*>(value), "B");
+  EXPECT_EQ(size, 2u);
+  EXPECT_EQ(ZqMsgGetBinaryFieldFromBlock(base, kFullBlock.size(), "yy", &value, &size), 0u);
+  EXPECT_EQ(Bytes(static_cast<const uint8_t*>(value), static_cast<const uint8_t*>(value) + size),
+            (Bytes{2, 3}));
+  EXPECT_GE(static_cast<const uint8_t*>(value), base);  // points into the block
+  EXPECT_EQ(ZqMsgGetBinaryFieldFromBlock(base, kFullBlock.size(), "nope", &value, &size),
+            kNotFound);
+
+  uint32_t type = 0;
+  EXPECT_EQ(ZqMsgCopyFieldFromBlockUINT32(base, kFullBlock.size(), "Zq_Type", &type), 0u);
+  EXPECT_EQ(type, 0x4003u);
+  uint8_t x = 0;
+  EXPECT_EQ(ZqMsgCopyFieldFromBlockUINT8(base, kFullBlock.size(), "x", &x), 0u);
+  EXPECT_EQ(x, 1);
+  uint16_t small = 0;
+  EXPECT_EQ(ZqMsgCopyFieldFromBlockUINT16(base, kFullBlock.size(), "Zq_Type", &small),
+            ZQERR_COMMON_BUFFER_TOO_SMALL);
+
+  // A new message has no texts: they are not found.
+  Message empty;
+  const Bytes emptyBlock = SaveBlock(empty.handle);
+  EXPECT_EQ(ZqMsgGetBinaryFieldFromBlock(emptyBlock.data(), emptyBlock.size(), "Zq_From", &value,
+                                         &size),
+            kNotFound);
+  EXPECT_EQ(ZqMsgGetBinaryFieldFromBlock(base, 20, "Zq_To", &value, &size),
+            ZQERR_MSG_BAD_PARSE_BLOCK);
+}
+
+TEST(MessageFields, ReplacementKeepsListOrderAndArrayGrows) {
+  Message m;
+  for (int i = 0; i < 30; ++i) {
+    ASSERT_EQ(ZqMsgSetFieldINT32(m.handle, ("f" + std::to_string(i)).c_str(), i), 0u);
+  }
+  ASSERT_EQ(ZqMsgSetFieldStr(m.handle, "f3", "three"), 0u);
+  ASSERT_EQ(ZqMsgSetFieldStr(m.handle, "Zq_To", "router"), 0u);  // a system field, not a user one
+
+  HZQMSG loaded = nullptr;
+  const Bytes block = SaveBlock(m.handle);
+  ASSERT_EQ(ZqMsgCreateMessageFromBlock(block.data(), block.size(), &loaded, nullptr), 0u);
+  Message copy(loaded);
+  std::string order;
+  ZQPARSECTX ctx{};
+  ASSERT_EQ(ZqMsgInitParse(&ctx, block.data(), block.size()), 0u);
+  const char* skip = nullptr;
+  uint32_t u = 0;
+  uint64_t q = 0;
+  const void* bytes = nullptr;
+  ASSERT_EQ(ZqMsgParseGetPointer(&ctx, "cu4u4u8u8ccbc", &skip, &u, &u, &q, &q, &skip, &skip,
+                                 &bytes, &u, &skip),
+            0u);
+  for (;;) {
+    const char* name = nullptr;
+    ASSERT_EQ(ZqMsgParseGetPointer(&ctx, "cb", &name, &bytes, &u), 0u);
+    if (name == nullptr) break;
+    order += std::string(name) + ",";
+  }
+  std::string expected;
+  for (int i = 0; i < 30; ++i) expected += "f" + std::to_string(i) + ",";
+  EXPECT_EQ(order, expected);
+  char three[8] = {};
+  uint32_t size = sizeof three;
+  EXPECT_EQ(ZqMsgCopyField(copy.handle, "f3", three, &size), 0u);
+  EXPECT_STREQ(three, "three");
+  int32_t last = 0;
+  EXPECT_EQ(ZqMsgCopyFieldINT32(copy.handle, "f29", &last), 0u);
+  EXPECT_EQ(last, 29);
+}
+
+TEST(MessageFields, ArgumentAndSizeRules) {
+  Message m;
+  uint32_t four = 4;
+  EXPECT_EQ(ZqMsgCreateMessage(nullptr), 2u);
+  EXPECT_EQ(ZqMsgSetField(m.handle, "Zq_Type", &four, 3), 2u);
+  EXPECT_EQ(ZqMsgSetField(m.handle, "Zq_SendId", &four, 4), 2u);
+  EXPECT_EQ(ZqMsgSetField(m.handle, "", &four, 4), 2u);
+  EXPECT_EQ(ZqMsgSetField(m.handle, nullptr, &four, 4), 2u);
+  EXPECT_EQ(ZqMsgSetField(nullptr, "a", &four, 4), 2u);
+  EXPECT_EQ(ZqMsgSetField(m.handle, "a", nullptr, 4), 2u);
+
+  const void* value = nullptr;
+  uint32_t size = 0;
+  EXPECT_EQ(ZqMsgGetBinaryField(m.handle, "Zq_From", &value, &size), kNotFound);
+  EXPECT_EQ(ZqMsgGetBinaryField(m.handle, "Zq_Body", &value, &size), kNotFound);
+  EXPECT_EQ(ZqMsgGetBinaryField(m.handle, "missing", &value, &size), kNotFound);
+  EXPECT_EQ(ZqMsgGetBinaryField(m.handle, "Zq_Type", &value, &size), 0u);
+  EXPECT_EQ(size, 4u);
+
+  // A field that does not fit leaves the size as it was.
+  ASSERT_EQ(ZqMsgSetFieldStr(m.handle, "name", "abcdefg"), 0u);
+  char buffer[16];
+  size = 7;
+  EXPECT_EQ(ZqMsgCopyField(m.handle, "name", buffer, &size), ZQERR_COMMON_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, 7u);
+  size = sizeof buffer;
+  EXPECT_EQ(ZqMsgCopyField(m.handle, "name", buffer, &size), 0u);
+  EXPECT_EQ(size, 8u);
+  int16_t narrow = 0;
+  EXPECT_EQ(ZqMsgCopyFieldINT16(m.handle, "Zq_Type", &narrow), ZQERR_COMMON_BUFFER_TOO_SMALL);
+
+  // A text set from bytes without a NUL gets one.
+  ASSERT_EQ(ZqMsgSetField(m.handle, "Zq_Category", "abc", 3), 0u);
+  EXPECT_EQ(ZqMsgGetBinaryField(m.handle, "Zq_Category", &value, &size), 0u);
+  EXPECT_STREQ(static_cast<const char*>(value), "abc");
+  EXPECT_EQ(size, 4u);
+  ASSERT_EQ(ZqMsgSetFieldStr(m.handle, "Zq_Category", nullptr), 0u);
+  EXPECT_EQ(ZqMsgGetBinaryField(m.handle, "Zq_Category", &value, &size), kNotFound);
+}
+
+TEST(MessageBody, CopyOutConvention) {
+  Message m;
+  uint8_t buffer[32] = {};
+  uint32_t size = sizeof buffer;
+  EXPECT_EQ(ZqMsgCopyBody(m.handle, buffer, &size), 2u);  // no body
+  ASSERT_EQ(ZqMsgSetBodyStr(m.handle, "hello, world"), 0u);
+  size = 3;
+  EXPECT_EQ(ZqMsgCopyBody(m.handle, nullptr, &size), ZQERR_COMMON_REAL_SIZE_RETURNED);
+  EXPECT_EQ(size, 13u);
+  size = 12;
+  EXPECT_EQ(ZqMsgCopyBody(m.handle, buffer, &size), ZQERR_COMMON_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, 13u);
+  EXPECT_EQ(buffer[0], 0);
+  EXPECT_EQ(ZqMsgCopyBody(m.handle, buffer, &size), 0u);
+  EXPECT_STREQ(reinterpret_cast<char*>(buffer), "hello, world");
+
+  const void* body = nullptr;
+  EXPECT_EQ(ZqMsgGetBody(m.handle, &body, &size), 0u);
+  EXPECT_EQ(size, 13u);
+  ASSERT_EQ(ZqMsgSetBodyStr(m.handle, nullptr), 0u);
+  EXPECT_EQ(ZqMsgGetBody(m.handle, &body, &size), 0u);
+  EXPECT_EQ(body, nullptr);
+  EXPECT_EQ(size, 0u);
+  EXPECT_EQ(ZqMsgGetBodySize(m.handle, nullptr), 2u);
+}
+
+TEST(MessageBlock, SaveIntoASmallBufferWritesNothing) {
+  Message m;
+  FillFull(m.handle);
+  Bytes buffer(kFullBlock.size() - 1, 0x11);
+  uint32_t size = buffer.size();
+  EXPECT_EQ(ZqMsgSaveMessageToBlock(m.handle, buffer.data(), &size),
+            ZQERR_COMMON_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, kFullBlock.size() - 1);
+  EXPECT_EQ(buffer, Bytes(kFullBlock.size() - 1, 0x11));
+}
+
+TEST(MessageObject, CopyIsDeepAndHandlesAreCounted) {
+  Message m;
+  FillFull(m.handle);
+  HZQMSG copied = nullptr;
+  ASSERT_EQ(ZqMsgCopyMessage(&copied, m.handle), 0u);
+  Message copy(copied);
+  ASSERT_EQ(ZqMsgSetFieldStr(m.handle, "x", "changed"), 0u);
+  EXPECT_EQ(SaveBlock(copy.handle), kFullBlock);
+
+  HZQMSG second = nullptr;
+  ASSERT_EQ(ZqMsgDuplicateMessageHandle(m.handle, &second), 0u);
+  EXPECT_EQ(second, m.handle);
+  EXPECT_EQ(ZqMsgFreeMessage(second), 0u);
+  EXPECT_EQ(ZqMsgSetFieldStr(m.handle, "still", "alive"), 0u);
+  EXPECT_EQ(ZqMsgDuplicateMessageHandle(m.handle, nullptr), 2u);
+  EXPECT_EQ(ZqMsgFreeMessage(nullptr), 0u);
+}
+
+// One handle duplicated and released by several threads at once.
+TEST(MessageObject, HandleSharedAcrossThreads) {
+  HZQMSG m = nullptr;
+  ASSERT_EQ(ZqMsgCreateMessage(&m), 0u);
+  FillFull(m);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    HZQMSG mine = nullptr;
+    ASSERT_EQ(ZqMsgDuplicateMessageHandle(m, &mine), 0u);
+    threads.emplace_back([mine] {
+      for (int i = 0; i < 10000; ++i) {
+        HZQMSG extra = nullptr;
+        ZqMsgDuplicateMessageHandle(mine, &extra);
+        const void* value = nullptr;
+        uint32_t size = 0;
+        ZqMsgGetBinaryField(extra, "yy", &value, &size);
+        ZqMsgFreeMessage(extra);
+      }
+      ZqMsgFreeMessage(mine);
+    });
+  }
+  ZqMsgFreeMessage(m);  // the threads hold the last references
+  for (auto& thread : threads) thread.join();
+}
+
+// Every allocation of a load failing in turn: the load reports no memory
+// and leaves nothing behind.
+TEST(MessageObject, OutOfMemoryAtEveryStep) {
+  int failures = 0;
+  for (int n = 1; n < 64; ++n) {
+    HZQMSG loaded = nullptr;
+    zq::os::FailAllocationAfter(n);
+    const uint32_t rc =
+        ZqMsgCreateMessageFromBlock(kFullBlock.data(), kFullBlock.size(), &loaded, nullptr);
+    zq::os::FailAllocationAfter(-1);
+    if (rc == 0) {
+      EXPECT_EQ(SaveBlock(loaded), kFullBlock);
+      ZqMsgFreeMessage(loaded);
+      break;
+    }
+    EXPECT_EQ(rc, ZQERR_COMMON_NO_MEMORY) << n;
+    ++failures;
+  }
+  EXPECT_GE(failures, 8);  // message, texts, body, user array, names and values
+}
+
+}  // namespace
