@@ -45,8 +45,10 @@ struct Parsed {
 
 Record MakeRecord() {
   Record r;
-  for (int i = 0; i < 256; ++i) r.payload[i] = static_cast<std::uint8_t>(i * 7);
-  for (auto& value : r.values) std::memset(value, 0x5A, sizeof value);
+  for (int i = 0; i < 256; ++i)
+    r.payload[i] = static_cast<std::uint8_t>(i * 7);
+  for (auto& value : r.values)
+    std::memset(value, 0x5A, sizeof value);
   return r;
 }
 
@@ -61,8 +63,8 @@ std::uint32_t Compose(ZQCOMPOSECTX& ctx, const char* format, ...) {
 std::uint32_t ComposeRecord(ZQCOMPOSECTX& ctx, const Record& r) {
   return Compose(ctx, kFormat, r.from, r.to, r.category, r.type, r.sendId, r.replyId, r.payload,
                  r.payloadSize, r.names[0], r.values[0], r.valueSizes[0], r.names[1], r.values[1],
-                 r.valueSizes[1], r.names[2], r.values[2], r.valueSizes[2], r.names[3],
-                 r.values[3], r.valueSizes[3]);
+                 r.valueSizes[1], r.names[2], r.values[2], r.valueSizes[2], r.names[3], r.values[3],
+                 r.valueSizes[3]);
 }
 
 // The hand-written codec: the same bytes with memcpy, lengths checked on
@@ -105,9 +107,8 @@ class HandCodec {
       return true;
     };
     bool ok = counted(p.from, 17, nullptr, true) && counted(p.to, 17, nullptr, true) &&
-              counted(p.category, 17, nullptr, true) && fixed(&p.type, 4) &&
-              fixed(&p.sendId, 8) && fixed(&p.replyId, 8) &&
-              counted(p.payload, 256, &p.payloadSize, false);
+              counted(p.category, 17, nullptr, true) && fixed(&p.type, 4) && fixed(&p.sendId, 8) &&
+              fixed(&p.replyId, 8) && counted(p.payload, 256, &p.payloadSize, false);
     for (int i = 0; ok && i < 4; ++i) {
       ok = counted(p.names[i], 32, nullptr, true) &&
            counted(p.values[i], 16, &p.valueSizes[i], false);
@@ -189,9 +190,9 @@ void BM_Parse_Engine(benchmark::State& state) {
     ZqSysInitParser(parser, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
     const std::uint32_t rc =
         ZqSysParse(parser, kFormat, p.from, p.to, p.category, &p.type, &p.sendId, &p.replyId,
-                   p.payload, &p.payloadSize, p.names[0], p.values[0], &p.valueSizes[0],
-                   p.names[1], p.values[1], &p.valueSizes[1], p.names[2], p.values[2],
-                   &p.valueSizes[2], p.names[3], p.values[3], &p.valueSizes[3]);
+                   p.payload, &p.payloadSize, p.names[0], p.values[0], &p.valueSizes[0], p.names[1],
+                   p.values[1], &p.valueSizes[1], p.names[2], p.values[2], &p.valueSizes[2],
+                   p.names[3], p.values[3], &p.valueSizes[3]);
     if (rc != 0) throw std::runtime_error("parse failed");
     benchmark::DoNotOptimize(p);
     benchmark::ClobberMemory();

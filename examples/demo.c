@@ -12,8 +12,12 @@ static int Check(uint32_t rc, const char* what) {
 }
 
 static void ShowResultCodes(void) {
-  static const uint32_t codes[] = {0, ZQERR_COMMON_BUFFER_TOO_SMALL, ZQERR_MSG_BAD_PARSE_BLOCK,
-                                   ZQERR_DB_INVALID_TYPE, 0x13001, 0x16000};
+  static const uint32_t codes[] = {0,
+                                   ZQERR_COMMON_BUFFER_TOO_SMALL,
+                                   ZQERR_MSG_BAD_PARSE_BLOCK,
+                                   ZQERR_DB_INVALID_TYPE,
+                                   0x13001,
+                                   0x16000};
   printf("Result codes:\n");
   for (size_t i = 0; i < sizeof codes / sizeof codes[0]; ++i) {
     printf("  0x%05X  %s\n", (unsigned)codes[i], ZqErrGetDescrStr(codes[i]));
@@ -65,8 +69,8 @@ int main(void) {
   if (!Check(ZqSysCreateBinaryComposer(&composer), "create composer") || composer == NULL) {
     return 1;
   }
-  if (!Check(ZqSysCompose(composer, format, "desk-07", "XPAR-07", 100u, (uint64_t)7, &when,
-                          payload, (uint32_t)sizeof payload, value),
+  if (!Check(ZqSysCompose(composer, format, "desk-07", "XPAR-07", 100u, (uint64_t)7, &when, payload,
+                          (uint32_t)sizeof payload, value),
              "compose")) {
     return 1;
   }
@@ -98,8 +102,8 @@ int main(void) {
 
   /* A stream cut short is reported, never read past. */
   ZqSysInitParser(parser, stream, 10);
-  const uint32_t rc = ZqSysParse(parser, format, from, symbol, &quantity, &order, &at, data,
-                                 &bytes, parsedPrice);
+  const uint32_t rc =
+      ZqSysParse(parser, format, from, symbol, &quantity, &order, &at, data, &bytes, parsedPrice);
   printf("Parsing the first 10 bytes only: 0x%X %s\n", (unsigned)rc, ZqErrGetDescrStr(rc));
 
   ZqSysFreeParser(parser);

@@ -81,16 +81,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ZQPARSECTX ctx{owned.data(), static_cast<std::uint32_t>(owned.size()), 0};
 
   Slots s(size, preset);
-  const std::uint32_t rc = ParseArgs(
-      ctx, mode, withAllocator ? TrackedAlloc : nullptr, format, s[0], s[1], s[2], s[3], s[4],
-      s[5], s[6], s[7], s[8], s[9], s[10], s[11], s[12], s[13], s[14], s[15], s[16], s[17], s[18],
-      s[19], s[20], s[21], s[22], s[23], s[24], s[25], s[26], s[27], s[28], s[29], s[30], s[31],
-      s[32], s[33], s[34], s[35], s[36], s[37], s[38], s[39], s[40], s[41], s[42], s[43], s[44],
-      s[45], s[46], s[47]);
+  const std::uint32_t rc =
+      ParseArgs(ctx, mode, withAllocator ? TrackedAlloc : nullptr, format, s[0], s[1], s[2], s[3],
+                s[4], s[5], s[6], s[7], s[8], s[9], s[10], s[11], s[12], s[13], s[14], s[15], s[16],
+                s[17], s[18], s[19], s[20], s[21], s[22], s[23], s[24], s[25], s[26], s[27], s[28],
+                s[29], s[30], s[31], s[32], s[33], s[34], s[35], s[36], s[37], s[38], s[39], s[40],
+                s[41], s[42], s[43], s[44], s[45], s[46], s[47]);
   if (ctx.position > ctx.size) std::abort();  // a parse never reads past its stream
   if (rc == 0 && formatLength == 0 && ctx.position != 0) std::abort();
 
-  for (void* block : g_allocations) std::free(block);
+  for (void* block : g_allocations)
+    std::free(block);
   g_allocations.clear();
   return 0;
 }

@@ -5,8 +5,8 @@
 #ifndef ZQSYS_ZQDEFS_H
 #define ZQSYS_ZQDEFS_H
 
-#include <stddef.h>
 #include <stdarg.h>
+#include <stddef.h>
 #include <stdint.h>
 
 #define ZQSYS_VERSION_MAJOR 0

@@ -64,8 +64,7 @@ ZQ_API uint32_t ZqMsgFreeMessage(HZQMSG message);
  * size 0 clears a text field or the body and stores an empty user field.
  * 2 for a null handle, a null or empty name, or a null value with a size;
  * 1 when memory runs out (the field keeps its old value). */
-ZQ_API uint32_t ZqMsgSetField(HZQMSG message, const char* name, const void* value,
-                              uint32_t size);
+ZQ_API uint32_t ZqMsgSetField(HZQMSG message, const char* name, const void* value, uint32_t size);
 /* The field becomes the text with its NUL; a null text as ZqMsgSetField. */
 ZQ_API uint32_t ZqMsgSetFieldStr(HZQMSG message, const char* name, const char* text);
 ZQ_API uint32_t ZqMsgSetFieldINT8(HZQMSG message, const char* name, int8_t value);
@@ -134,12 +133,11 @@ ZQ_API uint32_t ZqMsgCreateMessageFromBlock(const void* block, uint32_t size, HZ
 /* Reads one field straight from a block, as ZqMsgGetBinaryField and
  * ZqMsgCopyField do on a message; the value points into the block. */
 ZQ_API uint32_t ZqMsgGetBinaryFieldFromBlock(const void* block, uint32_t blockSize,
-                                             const char* name, const void** value,
-                                             uint32_t* size);
+                                             const char* name, const void** value, uint32_t* size);
 ZQ_API uint32_t ZqMsgCopyFieldFromBlock(const void* block, uint32_t blockSize, const char* name,
                                         void* buffer, uint32_t* size);
-ZQ_API uint32_t ZqMsgCopyFieldFromBlockINT8(const void* block, uint32_t blockSize,
-                                            const char* name, int8_t* value);
+ZQ_API uint32_t ZqMsgCopyFieldFromBlockINT8(const void* block, uint32_t blockSize, const char* name,
+                                            int8_t* value);
 ZQ_API uint32_t ZqMsgCopyFieldFromBlockUINT8(const void* block, uint32_t blockSize,
                                              const char* name, uint8_t* value);
 ZQ_API uint32_t ZqMsgCopyFieldFromBlockINT16(const void* block, uint32_t blockSize,
@@ -165,8 +163,7 @@ ZQ_API uint32_t ZqMsgInitCompose(ZQCOMPOSECTX* context);
 /* With bytes and a size, starts from a copy of them (exactly `size` bytes)
  * so that composing appends; 1 when memory runs out. Otherwise as
  * ZqMsgInitCompose. */
-ZQ_API uint32_t ZqMsgInitComposeForAppend(ZQCOMPOSECTX* context, const void* bytes,
-                                          uint32_t size);
+ZQ_API uint32_t ZqMsgInitComposeForAppend(ZQCOMPOSECTX* context, const void* bytes, uint32_t size);
 /* Frees the context's buffer. */
 ZQ_API uint32_t ZqMsgFreeCompose(ZQCOMPOSECTX* context);
 /* Appends values by format (codes as ZqSysCompose). */
@@ -193,8 +190,8 @@ ZQ_API uint32_t ZqMsgVParse(ZQPARSECTX* context, ZqAllocFunc allocator, const ch
                             va_list args);
 ZQ_API uint32_t ZqMsgParseGetPointer(ZQPARSECTX* context, const char* format, ...);
 ZQ_API uint32_t ZqMsgParseCopy(ZQPARSECTX* context, const char* format, ...);
-ZQ_API uint32_t ZqMsgParseAllocCopy(ZQPARSECTX* context, ZqAllocFunc allocator,
-                                    const char* format, ...);
+ZQ_API uint32_t ZqMsgParseAllocCopy(ZQPARSECTX* context, ZqAllocFunc allocator, const char* format,
+                                    ...);
 
 /* Composes values into a new body; on failure the body is unchanged. */
 ZQ_API uint32_t ZqMsgComposeBody(HZQMSG message, const char* format, ...);

@@ -2,12 +2,12 @@
 #ifndef ZQSYS_ZQSYS_H
 #define ZQSYS_ZQSYS_H
 
+#include "zqsys/zqbcd.h"
 #include "zqsys/zqdefs.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqmsg.h"
 #include "zqsys/zqstream.h"
 #include "zqsys/zqtime.h"
 #include "zqsys/zqtypes.h"
-#include "zqsys/zqbcd.h"
 
 #endif /* ZQSYS_ZQSYS_H */

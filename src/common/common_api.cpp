@@ -1,19 +1,25 @@
 // The exported functions of the common family.
 #include "common/result_codes.h"
 #include "common/type_codes.h"
-#include "zqsys_build_version.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqtypes.h"
+#include "zqsys_build_version.h"
 
 static_assert(ZQSYS_VERSION_NUMBER >= 0);
 
 extern "C" {
 
-ZQ_API const char* ZqSysGetVersionStr(void) { return ZQSYS_BUILD_VERSION_TEXT; }
+ZQ_API const char* ZqSysGetVersionStr(void) {
+  return ZQSYS_BUILD_VERSION_TEXT;
+}
 
-ZQ_API uint32_t ZqSysGetVersionNumber(void) { return ZQSYS_VERSION_NUMBER; }
+ZQ_API uint32_t ZqSysGetVersionNumber(void) {
+  return ZQSYS_VERSION_NUMBER;
+}
 
-ZQ_API const char* ZqErrGetDescrStr(uint32_t code) { return zq::common::DescribeResult(code); }
+ZQ_API const char* ZqErrGetDescrStr(uint32_t code) {
+  return zq::common::DescribeResult(code);
+}
 
 ZQ_API uint32_t ZqSysGetNextType(const char* format, uint32_t* length, uint32_t* width,
                                  uint32_t* scale) {

@@ -6,7 +6,9 @@
 namespace zq::common {
 namespace {
 
-bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
 
 constexpr std::uint32_t kInvalidType = ZQERR_DB_INVALID_TYPE;
 
@@ -14,11 +16,20 @@ constexpr std::uint32_t kInvalidType = ZQERR_DB_INVALID_TYPE;
 // to 4); any other width is not an integer type.
 bool IntegerAlignment(std::uint32_t width, std::uint32_t& alignment) noexcept {
   switch (width) {
-    case 1: alignment = 1; return true;
-    case 2: alignment = 2; return true;
-    case 4: alignment = 4; return true;
-    case 8: alignment = 4; return true;
-    default: return false;
+    case 1:
+      alignment = 1;
+      return true;
+    case 2:
+      alignment = 2;
+      return true;
+    case 4:
+      alignment = 4;
+      return true;
+    case 8:
+      alignment = 4;
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -86,22 +97,43 @@ std::uint32_t MeasureType(char letter, std::uint32_t width, std::uint32_t scale,
   std::uint64_t size = 0;
   std::uint32_t alignment = 1;
   switch (letter) {
-    case 'a': size = 1; break;
-    case 'b': size = width; break;
-    case 'c': size = std::uint64_t{width} + 1; break;
+    case 'a':
+      size = 1;
+      break;
+    case 'b':
+      size = width;
+      break;
+    case 'c':
+      size = std::uint64_t{width} + 1;
+      break;
     case 'd':
-    case 's': size = zq::time::DecimalSize(width, scale); break;
-    case 'f': size = 8; alignment = 4; break;
+    case 's':
+      size = zq::time::DecimalSize(width, scale);
+      break;
+    case 'f':
+      size = 8;
+      alignment = 4;
+      break;
     case 'i':
     case 'u':
       layout.size = width;
       if (!IntegerAlignment(width, alignment)) return kInvalidType;
       size = width;
       break;
-    case 't': size = 10; alignment = 2; break;
-    case 'w': size = 2 * std::uint64_t{width} + 2; alignment = 2; break;
-    case 'z': size = std::uint64_t{width} + 4; alignment = 4; break;
-    default: return kInvalidType;
+    case 't':
+      size = 10;
+      alignment = 2;
+      break;
+    case 'w':
+      size = 2 * std::uint64_t{width} + 2;
+      alignment = 2;
+      break;
+    case 'z':
+      size = std::uint64_t{width} + 4;
+      alignment = 4;
+      break;
+    default:
+      return kInvalidType;
   }
   if (size > 0xFFFFFFFFu) return kInvalidType;
   layout.size = static_cast<std::uint32_t>(size);

@@ -20,10 +20,16 @@ void OnLoad() noexcept {
   }
 }
 
-void OnUnload() noexcept { delete g_library.exchange(nullptr, std::memory_order_acq_rel); }
+void OnUnload() noexcept {
+  delete g_library.exchange(nullptr, std::memory_order_acq_rel);
+}
 
-__attribute__((constructor)) void LibraryConstructor() { OnLoad(); }
-__attribute__((destructor)) void LibraryDestructor() { OnUnload(); }
+__attribute__((constructor)) void LibraryConstructor() {
+  OnLoad();
+}
+__attribute__((destructor)) void LibraryDestructor() {
+  OnUnload();
+}
 
 }  // namespace
 
@@ -42,6 +48,8 @@ CLibrary::~CLibrary() {
   if (ownModuleId_ != 0) modules_.Unregister(ownModuleId_);
 }
 
-CLibrary* Current() noexcept { return g_library.load(std::memory_order_acquire); }
+CLibrary* Current() noexcept {
+  return g_library.load(std::memory_order_acquire);
+}
 
 }  // namespace zq::library

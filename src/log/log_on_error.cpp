@@ -21,8 +21,7 @@ std::uint32_t CheckErrorSite(std::uint32_t code, const char* file, int line) noe
 }
 
 void LogErrorSite(std::uint32_t code, const char* file, int line) noexcept {
-  g_log.load(std::memory_order_acquire)(code, kReturnErrorCategory, kReturnErrorFormat, file,
-                                        line);
+  g_log.load(std::memory_order_acquire)(code, kReturnErrorCategory, kReturnErrorFormat, file, line);
 }
 
 void SetErrorSiteHooksForTesting(const ErrorSiteHooks& hooks) noexcept {

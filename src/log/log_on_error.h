@@ -52,10 +52,10 @@ void SetErrorSiteHooksForTesting(const ErrorSiteHooks& hooks) noexcept;
 }  // namespace zq::log
 
 // Evaluates `expr` once; a non-zero result is reported at this call site.
-#define ZQ_RETURN_ZQERR(expr)                                                   \
-  ([&]() noexcept -> std::uint32_t {                                            \
-    const std::uint32_t zq_code_ = (expr);                                      \
-    if (zq_code_ == 0) return 0;                                                \
-    static std::atomic<std::uint32_t> zq_site_{::zq::log::kSiteUnchecked};      \
-    return ::zq::log::ReportAtSite(zq_site_, zq_code_, __FILE__, __LINE__);     \
+#define ZQ_RETURN_ZQERR(expr)                                               \
+  ([&]() noexcept -> std::uint32_t {                                        \
+    const std::uint32_t zq_code_ = (expr);                                  \
+    if (zq_code_ == 0) return 0;                                            \
+    static std::atomic<std::uint32_t> zq_site_{::zq::log::kSiteUnchecked};  \
+    return ::zq::log::ReportAtSite(zq_site_, zq_code_, __FILE__, __LINE__); \
   }())

@@ -7,7 +7,9 @@
 
 namespace zq::msg {
 
-CBinaryComposer::~CBinaryComposer() { FreeComposeBuffer(ctx_); }
+CBinaryComposer::~CBinaryComposer() {
+  FreeComposeBuffer(ctx_);
+}
 
 std::uint32_t CBinaryComposer::Compose(const char* format, va_list args) noexcept {
   return ComposeV(ctx_, format, args);

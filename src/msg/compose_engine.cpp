@@ -18,10 +18,13 @@ static_assert(std::endian::native == std::endian::little,
 constexpr std::uint32_t kNullMarker = 0xFFFFFFFFu;
 constexpr std::uint64_t kMaxStream = 0xFFFFFFFFu;
 
-bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
 
 void SkipDigits(const char*& p) noexcept {
-  while (IsDigit(*p)) ++p;
+  while (IsDigit(*p))
+    ++p;
 }
 
 // Grows the buffer so that `need` more bytes fit: by twice the capacity, or,
@@ -86,7 +89,8 @@ std::uint32_t ComposeWideText(ZQCOMPOSECTX& ctx, const char*& p, const char16_t*
   p += digits;
   if (text == nullptr) return PutNullMarker(ctx);
   std::uint64_t units = 0;
-  while (text[units] != 0) ++units;
+  while (text[units] != 0)
+    ++units;
   if (width != 0 && units > width) return kWrongArguments;
   const std::uint64_t bytes = 2 * (units + 1);
   if (bytes >= kNullMarker) return kNoMemory;

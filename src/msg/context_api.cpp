@@ -43,8 +43,7 @@ ZQ_API uint32_t ZqMsgInitCompose(ZQCOMPOSECTX* context) {
   return 0;
 }
 
-ZQ_API uint32_t ZqMsgInitComposeForAppend(ZQCOMPOSECTX* context, const void* bytes,
-                                          uint32_t size) {
+ZQ_API uint32_t ZqMsgInitComposeForAppend(ZQCOMPOSECTX* context, const void* bytes, uint32_t size) {
   if (context == nullptr) return kWrongArguments;
   *context = ZQCOMPOSECTX{};
   if (bytes == nullptr || size == 0) return 0;
@@ -92,7 +91,9 @@ ZQ_API uint32_t ZqMsgInitParse(ZQPARSECTX* context, const void* buffer, uint32_t
   return 0;
 }
 
-ZQ_API uint32_t ZqMsgFreeParse(ZQPARSECTX*) { return 0; }
+ZQ_API uint32_t ZqMsgFreeParse(ZQPARSECTX*) {
+  return 0;
+}
 
 ZQ_API uint32_t ZqMsgResetParse(ZQPARSECTX* context) {
   if (context == nullptr) return kWrongArguments;
@@ -117,11 +118,11 @@ ZQ_API uint32_t ZqMsgVParse(ZQPARSECTX* context, ZqAllocFunc allocator, const ch
   return ParseContext(context, ParseMode::kChoose, allocator, format, args);
 }
 
-#define ZQ_VARIADIC(call)      \
-  va_list args;                \
-  va_start(args, format);      \
-  const uint32_t rc = (call);  \
-  va_end(args);                \
+#define ZQ_VARIADIC(call)     \
+  va_list args;               \
+  va_start(args, format);     \
+  const uint32_t rc = (call); \
+  va_end(args);               \
   return rc
 
 ZQ_API uint32_t ZqMsgParse(ZQPARSECTX* context, ZqAllocFunc allocator, const char* format, ...) {
@@ -136,8 +137,8 @@ ZQ_API uint32_t ZqMsgParseCopy(ZQPARSECTX* context, const char* format, ...) {
   ZQ_VARIADIC(ParseContext(context, ParseMode::kCopyToPointed, nullptr, format, args));
 }
 
-ZQ_API uint32_t ZqMsgParseAllocCopy(ZQPARSECTX* context, ZqAllocFunc allocator,
-                                    const char* format, ...) {
+ZQ_API uint32_t ZqMsgParseAllocCopy(ZQPARSECTX* context, ZqAllocFunc allocator, const char* format,
+                                    ...) {
   ZQ_VARIADIC(ParseContext(context, ParseMode::kAllocatedCopy, allocator, format, args));
 }
 
@@ -148,8 +149,8 @@ ZQ_API uint32_t ZqMsgComposeBodyV(HZQMSG message, const char* format, va_list ar
   if (rc == 0) {
     // An empty result still gives the message a (zero-length) body.
     static const uint8_t kEmpty = 0;
-    rc = CMessage::From(message)->SetBody(body.buffer != nullptr ? body.buffer : &kEmpty,
-                                          body.size);
+    rc =
+        CMessage::From(message)->SetBody(body.buffer != nullptr ? body.buffer : &kEmpty, body.size);
   }
   zq::msg::FreeComposeBuffer(body);
   return ZQ_RETURN_ZQERR(rc);

@@ -30,7 +30,9 @@ std::uint8_t* CopyBytes(const void* value, std::uint32_t size) noexcept {
 
 }  // namespace
 
-void* LibraryAllocate(std::size_t size) noexcept { return os::Allocate(size); }
+void* LibraryAllocate(std::size_t size) noexcept {
+  return os::Allocate(size);
+}
 
 // The system fields: a name and where the value lives. Texts are owned and
 // NUL-terminated; the fixed fields take exactly their width.

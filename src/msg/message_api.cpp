@@ -15,11 +15,12 @@ using zq::msg::CMessage;
 
 namespace {
 
-bool IsName(const char* name) { return name != nullptr && name[0] != '\0'; }
+bool IsName(const char* name) {
+  return name != nullptr && name[0] != '\0';
+}
 
 // Copies a looked-up value out: 7 with *size untouched if it does not fit.
-uint32_t CopyOut(uint32_t rc, const void* value, uint32_t valueSize, void* buffer,
-                 uint32_t* size) {
+uint32_t CopyOut(uint32_t rc, const void* value, uint32_t valueSize, void* buffer, uint32_t* size) {
   if (rc != 0) return rc;
   if (*size < valueSize) return ZQERR_COMMON_BUFFER_TOO_SMALL;
   if (valueSize != 0) std::memcpy(buffer, value, valueSize);
@@ -104,8 +105,7 @@ ZQ_API uint32_t ZqMsgFreeMessage(HZQMSG message) {
   return 0;
 }
 
-ZQ_API uint32_t ZqMsgSetField(HZQMSG message, const char* name, const void* value,
-                              uint32_t size) {
+ZQ_API uint32_t ZqMsgSetField(HZQMSG message, const char* name, const void* value, uint32_t size) {
   if (message == nullptr || !IsName(name)) return kWrongArguments;
   return CMessage::From(message)->SetField(name, value, size);
 }
@@ -115,17 +115,27 @@ ZQ_API uint32_t ZqMsgSetFieldStr(HZQMSG message, const char* name, const char* t
   return ZqMsgSetField(message, name, text, size);
 }
 
-ZQ_API uint32_t ZqMsgSetFieldINT8(HZQMSG m, const char* n, int8_t v) { return SetTyped(m, n, v); }
-ZQ_API uint32_t ZqMsgSetFieldUINT8(HZQMSG m, const char* n, uint8_t v) { return SetTyped(m, n, v); }
-ZQ_API uint32_t ZqMsgSetFieldINT16(HZQMSG m, const char* n, int16_t v) { return SetTyped(m, n, v); }
+ZQ_API uint32_t ZqMsgSetFieldINT8(HZQMSG m, const char* n, int8_t v) {
+  return SetTyped(m, n, v);
+}
+ZQ_API uint32_t ZqMsgSetFieldUINT8(HZQMSG m, const char* n, uint8_t v) {
+  return SetTyped(m, n, v);
+}
+ZQ_API uint32_t ZqMsgSetFieldINT16(HZQMSG m, const char* n, int16_t v) {
+  return SetTyped(m, n, v);
+}
 ZQ_API uint32_t ZqMsgSetFieldUINT16(HZQMSG m, const char* n, uint16_t v) {
   return SetTyped(m, n, v);
 }
-ZQ_API uint32_t ZqMsgSetFieldINT32(HZQMSG m, const char* n, int32_t v) { return SetTyped(m, n, v); }
+ZQ_API uint32_t ZqMsgSetFieldINT32(HZQMSG m, const char* n, int32_t v) {
+  return SetTyped(m, n, v);
+}
 ZQ_API uint32_t ZqMsgSetFieldUINT32(HZQMSG m, const char* n, uint32_t v) {
   return SetTyped(m, n, v);
 }
-ZQ_API uint32_t ZqMsgSetFieldINT64(HZQMSG m, const char* n, int64_t v) { return SetTyped(m, n, v); }
+ZQ_API uint32_t ZqMsgSetFieldINT64(HZQMSG m, const char* n, int64_t v) {
+  return SetTyped(m, n, v);
+}
 ZQ_API uint32_t ZqMsgSetFieldUINT64(HZQMSG m, const char* n, uint64_t v) {
   return SetTyped(m, n, v);
 }
@@ -142,7 +152,9 @@ ZQ_API uint32_t ZqMsgCopyField(HZQMSG message, const char* name, void* buffer, u
   return CopyField(message, name, buffer, size);
 }
 
-ZQ_API uint32_t ZqMsgCopyFieldINT8(HZQMSG m, const char* n, int8_t* v) { return CopyTyped(m, n, v); }
+ZQ_API uint32_t ZqMsgCopyFieldINT8(HZQMSG m, const char* n, int8_t* v) {
+  return CopyTyped(m, n, v);
+}
 ZQ_API uint32_t ZqMsgCopyFieldUINT8(HZQMSG m, const char* n, uint8_t* v) {
   return CopyTyped(m, n, v);
 }
@@ -233,8 +245,7 @@ ZQ_API uint32_t ZqMsgCreateMessageFromBlock(const void* block, uint32_t size, HZ
 }
 
 ZQ_API uint32_t ZqMsgGetBinaryFieldFromBlock(const void* block, uint32_t blockSize,
-                                             const char* name, const void** value,
-                                             uint32_t* size) {
+                                             const char* name, const void** value, uint32_t* size) {
   if (block == nullptr || !IsName(name) || value == nullptr || size == nullptr) {
     return kWrongArguments;
   }
@@ -247,10 +258,10 @@ ZQ_API uint32_t ZqMsgCopyFieldFromBlock(const void* block, uint32_t blockSize, c
   return CopyFieldFromBlock(block, blockSize, name, buffer, size);
 }
 
-#define ZQ_COPY_FROM_BLOCK(suffix, type)                                                      \
-  ZQ_API uint32_t ZqMsgCopyFieldFromBlock##suffix(const void* block, uint32_t blockSize,      \
-                                                  const char* name, type* value) {            \
-    return CopyTypedFromBlock(block, blockSize, name, value);                                 \
+#define ZQ_COPY_FROM_BLOCK(suffix, type)                                                 \
+  ZQ_API uint32_t ZqMsgCopyFieldFromBlock##suffix(const void* block, uint32_t blockSize, \
+                                                  const char* name, type* value) {       \
+    return CopyTypedFromBlock(block, blockSize, name, value);                            \
   }
 ZQ_COPY_FROM_BLOCK(INT8, int8_t)
 ZQ_COPY_FROM_BLOCK(UINT8, uint8_t)

@@ -37,8 +37,8 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
   used = 0;
   std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "cu4", &signature, &version);
   if (rc == 0) {
-    rc = Parse(ctx, ParseMode::kAllocatedCopy, LibraryAllocate, kHeaderFormat + 3, &type_,
-               &sendId_, &replyId_, &from_, &to_, &body_, &bodySize_, &category_);
+    rc = Parse(ctx, ParseMode::kAllocatedCopy, LibraryAllocate, kHeaderFormat + 3, &type_, &sendId_,
+               &replyId_, &from_, &to_, &body_, &bodySize_, &category_);
   }
   used = ctx.position;
   while (rc == 0 && ctx.position < ctx.size) {
@@ -115,9 +115,11 @@ std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, 
   ZQPARSECTX ctx{block, size, 0};
   HeaderView h;
   if (const std::uint32_t rc = ParseHeaderView(ctx, h)) return rc;
-  if (std::strcmp(name, ZQMSG_FIELD_FROM) == 0) return Deliver(h.from, h.fromSize, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_FROM) == 0)
+    return Deliver(h.from, h.fromSize, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_TO) == 0) return Deliver(h.to, h.toSize, value, valueSize);
-  if (std::strcmp(name, ZQMSG_FIELD_BODY) == 0) return Deliver(h.body, h.bodySize, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_BODY) == 0)
+    return Deliver(h.body, h.bodySize, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_TYPE) == 0) return Deliver(h.type, 4, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_SENDID) == 0) return Deliver(h.sendId, 8, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_REPLYID) == 0) return Deliver(h.replyId, 8, value, valueSize);
@@ -128,8 +130,8 @@ std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, 
     const char* fieldName = nullptr;
     const void* fieldValue = nullptr;
     std::uint32_t fieldSize = 0;
-    if (const std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "cb", &fieldName,
-                                       &fieldValue, &fieldSize)) {
+    if (const std::uint32_t rc =
+            Parse(ctx, ParseMode::kPointer, nullptr, "cb", &fieldName, &fieldValue, &fieldSize)) {
       return rc;
     }
     if (fieldName == nullptr) break;

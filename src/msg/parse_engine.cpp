@@ -18,7 +18,9 @@ constexpr std::uint32_t kNullMarker = 0xFFFFFFFFu;
 // A w code without a width accepts up to this many characters.
 constexpr std::uint64_t kWideUnlimited = 0x7FFFFFF0u;
 
-bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
 
 std::uint32_t ReadFormatWidth(const char*& p) noexcept {
   std::uint32_t digits = 0;
@@ -43,9 +45,7 @@ class Parser {
  private:
   // Bytes left after the position (none when the position was set past the
   // end).
-  std::uint64_t Remaining() const noexcept {
-    return position_ <= size_ ? size_ - position_ : 0;
-  }
+  std::uint64_t Remaining() const noexcept { return position_ <= size_ ? size_ - position_ : 0; }
   const std::uint8_t* Here() const noexcept { return buffer_ + position_; }
   void Advance(std::uint64_t count) noexcept { position_ += count; }
 
@@ -53,12 +53,15 @@ class Parser {
   [[gnu::always_inline]] inline std::uint32_t Integer(const char*& p, void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Time(void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Text(const char*& p, void* dest, bool wide) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Binary(const char*& p, void* dest, std::uint32_t* count) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Binary(const char*& p, void* dest,
+                                                     std::uint32_t* count) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Counted(const char*& p, void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Decimal(const char*& p, void* dest) noexcept;
 
-  [[gnu::always_inline]] inline std::uint32_t Deliver(void* dest, const std::uint8_t* bytes, std::uint32_t count) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t DeliverNull(void* dest, std::uint32_t zeroBytes) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Deliver(void* dest, const std::uint8_t* bytes,
+                                                      std::uint32_t count) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t DeliverNull(void* dest,
+                                                          std::uint32_t zeroBytes) noexcept;
 
   const std::uint8_t* buffer_;
   std::uint64_t size_;
@@ -67,7 +70,8 @@ class Parser {
 };
 
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* bytes, std::uint32_t count) noexcept {
+inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* bytes,
+                                            std::uint32_t count) noexcept {
   void** slot = static_cast<void**>(dest);
   switch (kMode) {
     case ParseMode::kChoose:
@@ -137,11 +141,16 @@ inline std::uint32_t Parser<kMode>::Fixed(void* dest, std::uint32_t size) noexce
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Integer(const char*& p, void* dest) noexcept {
   switch (*p++) {
-    case '1': return Fixed(dest, 1);
-    case '2': return Fixed(dest, 2);
-    case '4': return Fixed(dest, 4);
-    case '8': return Fixed(dest, 8);
-    default: return kWrongArguments;
+    case '1':
+      return Fixed(dest, 1);
+    case '2':
+      return Fixed(dest, 2);
+    case '4':
+      return Fixed(dest, 4);
+    case '8':
+      return Fixed(dest, 8);
+    default:
+      return kWrongArguments;
   }
 }
 
@@ -186,7 +195,8 @@ inline std::uint32_t Parser<kMode>::Text(const char*& p, void* dest, bool wide) 
 }
 
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest, std::uint32_t* count) noexcept {
+inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest,
+                                           std::uint32_t* count) noexcept {
   const std::uint32_t width = ReadFormatWidth(p);
   if (dest == nullptr) return kWrongArguments;
   if (Remaining() < 4) return kBadBlock;
@@ -250,7 +260,8 @@ std::uint32_t Parser<kMode>::Run(const char* format, va_list& args) noexcept {
   while (rc == 0 && *p != '\0') {
     switch (*p++) {
       case 'a':
-        while (IsDigit(*p)) ++p;
+        while (IsDigit(*p))
+          ++p;
         rc = Fixed(va_arg(args, void*), 1);
         break;
       case 'i':
@@ -258,11 +269,13 @@ std::uint32_t Parser<kMode>::Run(const char* format, va_list& args) noexcept {
         rc = Integer(p, va_arg(args, void*));
         break;
       case 'f':
-        while (IsDigit(*p)) ++p;
+        while (IsDigit(*p))
+          ++p;
         rc = Fixed(va_arg(args, void*), 8);
         break;
       case 't':
-        while (IsDigit(*p)) ++p;
+        while (IsDigit(*p))
+          ++p;
         rc = Time(va_arg(args, void*));
         break;
       case 'c':
@@ -302,8 +315,8 @@ std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* form
 
 }  // namespace
 
-std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
-                     const char* format, va_list args) noexcept {
+std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator, const char* format,
+                     va_list args) noexcept {
   if (mode > static_cast<std::uint32_t>(ParseMode::kCopyInPlace)) return kWrongArguments;
   const auto parseMode = static_cast<ParseMode>(mode);
   if (parseMode == ParseMode::kAllocatedCopy && allocator == nullptr) return kWrongArguments;
@@ -312,8 +325,12 @@ std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
   va_copy(ap, args);
   std::uint32_t rc = kWrongArguments;
   switch (parseMode) {
-    case ParseMode::kChoose: rc = RunParser<ParseMode::kChoose>(ctx, allocator, format, ap); break;
-    case ParseMode::kPointer: rc = RunParser<ParseMode::kPointer>(ctx, allocator, format, ap); break;
+    case ParseMode::kChoose:
+      rc = RunParser<ParseMode::kChoose>(ctx, allocator, format, ap);
+      break;
+    case ParseMode::kPointer:
+      rc = RunParser<ParseMode::kPointer>(ctx, allocator, format, ap);
+      break;
     case ParseMode::kCopyToPointed:
       rc = RunParser<ParseMode::kCopyToPointed>(ctx, allocator, format, ap);
       break;

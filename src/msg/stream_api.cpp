@@ -58,8 +58,7 @@ ZQ_API uint32_t ZqSysCompose(HZQCOMPOSER composer, const char* format, ...) {
   return rc;
 }
 
-ZQ_API uint32_t ZqSysComposeAtIndex(HZQCOMPOSER composer, uint32_t index, const char* format,
-                                    ...) {
+ZQ_API uint32_t ZqSysComposeAtIndex(HZQCOMPOSER composer, uint32_t index, const char* format, ...) {
   if (composer == nullptr || format == nullptr) return kWrongArguments;
   va_list args;
   va_start(args, format);
@@ -122,6 +121,8 @@ ZQ_API uint32_t ZqSysDuplicateParser(HZQPARSER parser, HZQPARSER* duplicate) {
   return Duplicate(CBinaryParser::From(parser), duplicate);
 }
 
-ZQ_API uint32_t ZqSysFreeParser(HZQPARSER parser) { return Free(CBinaryParser::From(parser)); }
+ZQ_API uint32_t ZqSysFreeParser(HZQPARSER parser) {
+  return Free(CBinaryParser::From(parser));
+}
 
 }  // extern "C"

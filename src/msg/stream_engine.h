@@ -36,7 +36,7 @@ void FreeComposeBuffer(ZQCOMPOSECTX& ctx) noexcept;
 
 // Reads values by format in the given mode (an unknown mode is 2);
 // `allocator` serves kChoose and kAllocatedCopy. See ZqSysParse for the codes.
-std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
-                     const char* format, va_list args) noexcept;
+std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator, const char* format,
+                     va_list args) noexcept;
 
 }  // namespace zq::msg

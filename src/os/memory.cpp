@@ -27,7 +27,9 @@ void* Reallocate(void* block, std::size_t size) noexcept {
   return std::realloc(block, size == 0 ? 1 : size);
 }
 
-void Release(void* block) noexcept { std::free(block); }
+void Release(void* block) noexcept {
+  std::free(block);
+}
 
 void FailAllocationAfter(std::int64_t countdown) noexcept {
   g_countdown.store(countdown <= 0 ? -1 : countdown, std::memory_order_relaxed);

@@ -56,8 +56,8 @@ TEST(ResultCodes, TextsAtTheEdgesOfTheTable) {
 
 TEST(ResultCodes, EveryConstantLooksUpItsOwnText) {
   int codes = 0;
-#define CHECK_CODE(cat, catno, index, name, text)                  \
-  EXPECT_STREQ(ZqErrGetDescrStr(ZQERR_##cat##_##name), text);      \
+#define CHECK_CODE(cat, catno, index, name, text)                                   \
+  EXPECT_STREQ(ZqErrGetDescrStr(ZQERR_##cat##_##name), text);                       \
   EXPECT_EQ(static_cast<uint32_t>(ZQERR_##cat##_##name), ZQERR_CODE(catno, index)); \
   ++codes;
   ZQERR_CODE_MAP(CHECK_CODE)
@@ -67,10 +67,10 @@ TEST(ResultCodes, EveryConstantLooksUpItsOwnText) {
 
 TEST(ResultCodes, EachCategoryEndsInItsTag) {
   int categories = 0;
-#define CHECK_TAG(name, catno, tag, count)                                    \
-  EXPECT_STREQ(ZqErrGetDescrStr(ZQERR_CODE(catno, count)), tag);              \
-  EXPECT_STREQ(ZqErrGetDescrStr(ZQERR_CODE(catno, ZQERR_INDEX_MASK)), tag);   \
-  EXPECT_STRNE(ZqErrGetDescrStr(ZQERR_CODE(catno, (count) - 1)), tag);        \
+#define CHECK_TAG(name, catno, tag, count)                                  \
+  EXPECT_STREQ(ZqErrGetDescrStr(ZQERR_CODE(catno, count)), tag);            \
+  EXPECT_STREQ(ZqErrGetDescrStr(ZQERR_CODE(catno, ZQERR_INDEX_MASK)), tag); \
+  EXPECT_STRNE(ZqErrGetDescrStr(ZQERR_CODE(catno, (count)-1)), tag);        \
   ++categories;
   ZQERR_CATEGORY_MAP(CHECK_TAG)
 #undef CHECK_TAG

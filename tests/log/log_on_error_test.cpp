@@ -37,8 +37,12 @@ class LogOnError : public ::testing::Test {
 };
 
 // Each call of these functions is one call site with its own switch.
-uint32_t SiteA(uint32_t code) { return ZQ_RETURN_ZQERR(code); }
-uint32_t SiteB(uint32_t code) { return ZQ_RETURN_ZQERR(code); }
+uint32_t SiteA(uint32_t code) {
+  return ZQ_RETURN_ZQERR(code);
+}
+uint32_t SiteB(uint32_t code) {
+  return ZQ_RETURN_ZQERR(code);
+}
 
 TEST_F(LogOnError, EnabledSiteChecksOnceThenLogs) {
   g_decision = 1;
@@ -82,10 +86,12 @@ TEST(LogOnErrorDefault, UnconfiguredSitesLogNothingFromAnyThread) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([] {
-      for (int i = 0; i < 1000; ++i) EXPECT_EQ(SiteA(21), 21u);
+      for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(SiteA(21), 21u);
     });
   }
-  for (auto& thread : threads) thread.join();
+  for (auto& thread : threads)
+    thread.join();
 }
 
 }  // namespace

@@ -83,7 +83,8 @@ TEST_F(Contexts, IndexFunctions) {
   ASSERT_EQ(ZqMsgParseGetCurrentIndex(&parser_, &index), 0u);
   EXPECT_EQ(index, 11u);
   ASSERT_EQ(ZqMsgParseSetCurrentIndex(&parser_, 1000), 0u);  // not tested here...
-  EXPECT_EQ(ZqMsgParseGetPointer(&parser_, "u2", &number), ZQERR_MSG_BAD_PARSE_BLOCK);  // ...but here
+  EXPECT_EQ(ZqMsgParseGetPointer(&parser_, "u2", &number),
+            ZQERR_MSG_BAD_PARSE_BLOCK);  // ...but here
   EXPECT_EQ(ZqMsgFreeParse(&parser_), 0u);
   EXPECT_EQ(ZqMsgInitParse(nullptr, nullptr, 0), 2u);
   EXPECT_EQ(ZqMsgParse(nullptr, nullptr, "c"), 2u);

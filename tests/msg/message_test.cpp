@@ -36,14 +36,15 @@ const Bytes kHeaderStart = {5, 0, 0, 0, 'Z', 'O', 'R', 'K', 0, 1, 0, 0, 0};
 
 Bytes Concat(std::initializer_list<Bytes> parts) {
   Bytes all;
-  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  for (const Bytes& part : parts)
+    all.insert(all.end(), part.begin(), part.end());
   return all;
 }
 
 TEST(MessageBlock, NewMessageIs57Bytes) {
   Message m;
-  const Bytes expected = Concat({kHeaderStart, Bytes(4 + 8 + 8, 0), Bytes(4 * 4, kFF),
-                                 Bytes(8, kFF)});
+  const Bytes expected =
+      Concat({kHeaderStart, Bytes(4 + 8 + 8, 0), Bytes(4 * 4, kFF), Bytes(8, kFF)});
   ASSERT_EQ(expected.size(), 57u);
   EXPECT_EQ(SaveBlock(m.handle), expected);
 }
@@ -66,17 +67,17 @@ void FillFull(HZQMSG m) {
 
 const Bytes kFullBlock = Concat({
     kHeaderStart,
-    {0x03, 0x40, 0, 0},                 // type
-    {8, 7, 6, 5, 4, 3, 2, 1},           // send id
-    {9, 0, 0, 0, 0, 0, 0, 0},           // reply id
-    {2, 0, 0, 0, 'A', 0},               // from
-    {2, 0, 0, 0, 'B', 0},               // to
-    {2, 0, 0, 0, 0xAA, 0xBB},           // body
-    {2, 0, 0, 0, 'C', 0},               // category
+    {0x03, 0x40, 0, 0},        // type
+    {8, 7, 6, 5, 4, 3, 2, 1},  // send id
+    {9, 0, 0, 0, 0, 0, 0, 0},  // reply id
+    {2, 0, 0, 0, 'A', 0},      // from
+    {2, 0, 0, 0, 'B', 0},      // to
+    {2, 0, 0, 0, 0xAA, 0xBB},  // body
+    {2, 0, 0, 0, 'C', 0},      // category
     {2, 0, 0, 0, 'x', 0, 1, 0, 0, 0, 1},
     {3, 0, 0, 0, 'y', 'y', 0, 2, 0, 0, 0, 2, 3},
     {2, 0, 0, 0, 'z', 0, kFF, kFF, kFF, kFF},
-    Bytes(8, kFF),                      // the terminator
+    Bytes(8, kFF),  // the terminator
 });
 
 TEST(MessageBlock, FullMessageByteForByte) {
@@ -88,8 +89,7 @@ TEST(MessageBlock, FullMessageByteForByte) {
 TEST(MessageBlock, RoundTripRebuildsTheSameMessage) {
   HZQMSG loaded = nullptr;
   uint32_t used = 0;
-  ASSERT_EQ(ZqMsgCreateMessageFromBlock(kFullBlock.data(), kFullBlock.size(), &loaded, &used),
-            0u);
+  ASSERT_EQ(ZqMsgCreateMessageFromBlock(kFullBlock.data(), kFullBlock.size(), &loaded, &used), 0u);
   Message m(loaded);
   EXPECT_EQ(used, kFullBlock.size());
   EXPECT_EQ(SaveBlock(m.handle), kFullBlock);
@@ -143,8 +143,9 @@ TEST(MessageBlock, MalformedBlocksFailAndLeaveTheHandle) {
     EXPECT_EQ(loaded, sentinel) << cut;
   }
   // A user pair naming "Zq_Type" with 3 bytes is refused as ZqMsgSetField is.
-  const Bytes bad = Concat({Bytes(kFullBlock.begin(), kFullBlock.begin() + 57),
-                            {8, 0, 0, 0, 'Z', 'q', '_', 'T', 'y', 'p', 'e', 0, 3, 0, 0, 0, 1, 2, 3}});
+  const Bytes bad =
+      Concat({Bytes(kFullBlock.begin(), kFullBlock.begin() + 57),
+              {8, 0, 0, 0, 'Z', 'q', '_', 'T', 'y', 'p', 'e', 0, 3, 0, 0, 0, 1, 2, 3}});
   HZQMSG loaded = sentinel;
   EXPECT_EQ(ZqMsgCreateMessageFromBlock(bad.data(), bad.size(), &loaded, nullptr), 2u);
   EXPECT_EQ(loaded, sentinel);
@@ -177,9 +178,9 @@ TEST(MessageBlock, ReadFieldsStraightFromTheBlock) {
   // A new message has no texts: they are not found.
   Message empty;
   const Bytes emptyBlock = SaveBlock(empty.handle);
-  EXPECT_EQ(ZqMsgGetBinaryFieldFromBlock(emptyBlock.data(), emptyBlock.size(), "Zq_From", &value,
-                                         &size),
-            kNotFound);
+  EXPECT_EQ(
+      ZqMsgGetBinaryFieldFromBlock(emptyBlock.data(), emptyBlock.size(), "Zq_From", &value, &size),
+      kNotFound);
   EXPECT_EQ(ZqMsgGetBinaryFieldFromBlock(base, 20, "Zq_To", &value, &size),
             ZQERR_MSG_BAD_PARSE_BLOCK);
 }
@@ -203,8 +204,8 @@ TEST(MessageFields, ReplacementKeepsListOrderAndArrayGrows) {
   uint32_t u = 0;
   uint64_t q = 0;
   const void* bytes = nullptr;
-  ASSERT_EQ(ZqMsgParseGetPointer(&ctx, "cu4u4u8u8ccbc", &skip, &u, &u, &q, &q, &skip, &skip,
-                                 &bytes, &u, &skip),
+  ASSERT_EQ(ZqMsgParseGetPointer(&ctx, "cu4u4u8u8ccbc", &skip, &u, &u, &q, &q, &skip, &skip, &bytes,
+                                 &u, &skip),
             0u);
   for (;;) {
     const char* name = nullptr;
@@ -213,7 +214,8 @@ TEST(MessageFields, ReplacementKeepsListOrderAndArrayGrows) {
     order += std::string(name) + ",";
   }
   std::string expected;
-  for (int i = 0; i < 30; ++i) expected += "f" + std::to_string(i) + ",";
+  for (int i = 0; i < 30; ++i)
+    expected += "f" + std::to_string(i) + ",";
   EXPECT_EQ(order, expected);
   char three[8] = {};
   uint32_t size = sizeof three;
@@ -295,8 +297,7 @@ TEST(MessageBlock, SaveIntoASmallBufferWritesNothing) {
   FillFull(m.handle);
   Bytes buffer(kFullBlock.size() - 1, 0x11);
   uint32_t size = buffer.size();
-  EXPECT_EQ(ZqMsgSaveMessageToBlock(m.handle, buffer.data(), &size),
-            ZQERR_COMMON_BUFFER_TOO_SMALL);
+  EXPECT_EQ(ZqMsgSaveMessageToBlock(m.handle, buffer.data(), &size), ZQERR_COMMON_BUFFER_TOO_SMALL);
   EXPECT_EQ(size, kFullBlock.size() - 1);
   EXPECT_EQ(buffer, Bytes(kFullBlock.size() - 1, 0x11));
 }
@@ -341,7 +342,8 @@ TEST(MessageObject, HandleSharedAcrossThreads) {
     });
   }
   ZqMsgFreeMessage(m);  // the threads hold the last references
-  for (auto& thread : threads) thread.join();
+  for (auto& thread : threads)
+    thread.join();
 }
 
 // Every allocation of a load failing in turn: the load reports no memory

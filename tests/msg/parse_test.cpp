@@ -144,8 +144,8 @@ TEST_F(ParserFixture, BadStreamsFailWhereTheyBreak) {
 }
 
 TEST_F(ParserFixture, NullMarkersInCopyInPlace) {
-  Load({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-        0xFF, 0xFF});
+  Load({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+        0xFF});
   char text[4] = {'x', 'x', 0, 0};
   char16_t wide[2] = {u'x', 0};
   uint8_t bytes[4] = {5, 5, 5, 5};
@@ -155,7 +155,7 @@ TEST_F(ParserFixture, NullMarkersInCopyInPlace) {
   EXPECT_STREQ(text, "");
   EXPECT_EQ(wide[0], 0);
   EXPECT_EQ(count, 0u);
-  EXPECT_EQ(bytes[0], 5);  // nothing to copy
+  EXPECT_EQ(bytes[0], 5);                                   // nothing to copy
   EXPECT_EQ(Bytes(block, block + 4), (Bytes{0, 0, 0, 0}));  // an empty counted block
 }
 
@@ -209,7 +209,9 @@ void* CountingAlloc(size_t size) {
   ++g_allocations;
   return std::malloc(size);
 }
-void* FailingAlloc(size_t) { return nullptr; }
+void* FailingAlloc(size_t) {
+  return nullptr;
+}
 
 TEST_F(ParseModes, Pointer) {
   char* text = nullptr;
@@ -265,9 +267,9 @@ TEST_F(ParseModes, CopyToPointedBuffer) {
   uint8_t raw[4] = {};
   uint8_t* bytes = raw;
   uint32_t count = 0;
-  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kCopyToPointed, nullptr, "ccb", &into, &none, &bytes,
-                          &count),
-            0u);
+  ASSERT_EQ(
+      zqtest::Parse(ctx_, ParseMode::kCopyToPointed, nullptr, "ccb", &into, &none, &bytes, &count),
+      0u);
   EXPECT_STREQ(buffer, "hey");
   EXPECT_STREQ(other, "");  // a null text stores a NUL at the start
   EXPECT_EQ(Bytes(raw, raw + 2), (Bytes{1, 2}));
