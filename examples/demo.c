@@ -45,6 +45,58 @@ static void DumpBytes(const uint8_t* bytes, uint32_t size) {
   printf("\n");
 }
 
+/* Prints the fields of a message the way an application reads them. */
+static void ShowMessage(const char* title, HZQMSG message) {
+  const void* value = NULL;
+  uint32_t size = 0, type = 0;
+  uint64_t sendId = 0;
+  printf("%s:", title);
+  static const char* const texts[] = {ZQMSG_FIELD_FROM, ZQMSG_FIELD_TO, ZQMSG_FIELD_CATEGORY,
+                                      "Account", "Symbol"};
+  for (size_t i = 0; i < sizeof texts / sizeof texts[0]; ++i) {
+    if (ZqMsgGetBinaryField(message, texts[i], &value, &size) == 0) {
+      printf(" %s='%s'", texts[i], (const char*)value);
+    }
+  }
+  ZqMsgCopyFieldUINT32(message, ZQMSG_FIELD_TYPE, &type);
+  ZqMsgCopyFieldUINT64(message, ZQMSG_FIELD_SENDID, &sendId);
+  ZqMsgGetBodySize(message, &size);
+  printf(" %s=%u %s=%" PRIu64 " body=%u bytes\n", ZQMSG_FIELD_TYPE, (unsigned)type,
+         ZQMSG_FIELD_SENDID, sendId, (unsigned)size);
+}
+
+/* A message built, saved to its block, rebuilt from the block, and the two
+ * compared through their blocks. */
+static int MessageRoundTrip(void) {
+  HZQMSG message = NULL, rebuilt = NULL;
+  if (!Check(ZqMsgCreateMessage(&message), "ZqMsgCreateMessage")) return 0;
+  int ok = Check(ZqMsgSetFieldStr(message, ZQMSG_FIELD_FROM, "desk-07"), "set from") &&
+           Check(ZqMsgSetFieldStr(message, ZQMSG_FIELD_TO, "router/matching"), "set to") &&
+           Check(ZqMsgSetFieldStr(message, ZQMSG_FIELD_CATEGORY, "ORDERS"), "set category") &&
+           Check(ZqMsgSetFieldUINT32(message, ZQMSG_FIELD_TYPE, 4003), "set type") &&
+           Check(ZqMsgSetFieldUINT64(message, ZQMSG_FIELD_SENDID, 77), "set send id") &&
+           Check(ZqMsgSetFieldStr(message, "Account", "ACC-1"), "set Account") &&
+           Check(ZqMsgSetFieldStr(message, "Symbol", "XPAR-07"), "set Symbol") &&
+           Check(ZqMsgComposeBody(message, "c16u4u8", "XPAR-07", 100u, (uint64_t)7), "body");
+  uint8_t block[512], again[512];
+  uint32_t size = sizeof block, againSize = sizeof again, used = 0;
+  ok = ok && Check(ZqMsgSaveMessageToBlock(message, block, &size), "save") &&
+       Check(ZqMsgCreateMessageFromBlock(block, size, &rebuilt, &used), "load") &&
+       Check(ZqMsgSaveMessageToBlock(rebuilt, again, &againSize), "save again");
+  if (ok) {
+    printf("Message block of %u bytes:", (unsigned)size);
+    DumpBytes(block, size);
+    ShowMessage("Built  ", message);
+    ShowMessage("Rebuilt", rebuilt);
+    const int same = againSize == size && memcmp(block, again, size) == 0 && used == size;
+    printf("The rebuilt message %s the original.\n", same ? "agrees with" : "DIFFERS FROM");
+    ok = same;
+  }
+  ZqMsgFreeMessage(rebuilt);
+  ZqMsgFreeMessage(message);
+  return ok;
+}
+
 int main(void) {
   printf("ZqSys %s\n\n", ZqSysGetVersionStr());
   ShowResultCodes();
@@ -108,5 +160,6 @@ int main(void) {
 
   ZqSysFreeParser(parser);
   ZqSysFreeComposer(composer);
-  return 0;
+  printf("\n");
+  return MessageRoundTrip() ? 0 : 1;
 }
