@@ -13,6 +13,19 @@ using zq::kNoMemory;
 using zq::kWrongArguments;
 using zq::msg::CMessage;
 
+// The typed field functions: one per integer width and signedness.
+// clang-format off
+#define ZQ_TYPED_FIELDS(X) \
+  X(INT8, int8_t)          \
+  X(UINT8, uint8_t)        \
+  X(INT16, int16_t)        \
+  X(UINT16, uint16_t)      \
+  X(INT32, int32_t)        \
+  X(UINT32, uint32_t)      \
+  X(INT64, int64_t)        \
+  X(UINT64, uint64_t)
+// clang-format on
+
 namespace {
 
 bool IsName(const char* name) {
@@ -115,30 +128,12 @@ ZQ_API uint32_t ZqMsgSetFieldStr(HZQMSG message, const char* name, const char* t
   return ZqMsgSetField(message, name, text, size);
 }
 
-ZQ_API uint32_t ZqMsgSetFieldINT8(HZQMSG m, const char* n, int8_t v) {
-  return SetTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgSetFieldUINT8(HZQMSG m, const char* n, uint8_t v) {
-  return SetTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgSetFieldINT16(HZQMSG m, const char* n, int16_t v) {
-  return SetTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgSetFieldUINT16(HZQMSG m, const char* n, uint16_t v) {
-  return SetTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgSetFieldINT32(HZQMSG m, const char* n, int32_t v) {
-  return SetTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgSetFieldUINT32(HZQMSG m, const char* n, uint32_t v) {
-  return SetTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgSetFieldINT64(HZQMSG m, const char* n, int64_t v) {
-  return SetTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgSetFieldUINT64(HZQMSG m, const char* n, uint64_t v) {
-  return SetTyped(m, n, v);
-}
+#define ZQ_SET_TYPED(suffix, type)                                                      \
+  ZQ_API uint32_t ZqMsgSetField##suffix(HZQMSG message, const char* name, type value) { \
+    return SetTyped(message, name, value);                                              \
+  }
+ZQ_TYPED_FIELDS(ZQ_SET_TYPED)
+#undef ZQ_SET_TYPED
 
 ZQ_API uint32_t ZqMsgGetBinaryField(HZQMSG message, const char* name, const void** value,
                                     uint32_t* size) {
@@ -152,30 +147,12 @@ ZQ_API uint32_t ZqMsgCopyField(HZQMSG message, const char* name, void* buffer, u
   return CopyField(message, name, buffer, size);
 }
 
-ZQ_API uint32_t ZqMsgCopyFieldINT8(HZQMSG m, const char* n, int8_t* v) {
-  return CopyTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgCopyFieldUINT8(HZQMSG m, const char* n, uint8_t* v) {
-  return CopyTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgCopyFieldINT16(HZQMSG m, const char* n, int16_t* v) {
-  return CopyTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgCopyFieldUINT16(HZQMSG m, const char* n, uint16_t* v) {
-  return CopyTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgCopyFieldINT32(HZQMSG m, const char* n, int32_t* v) {
-  return CopyTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgCopyFieldUINT32(HZQMSG m, const char* n, uint32_t* v) {
-  return CopyTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgCopyFieldINT64(HZQMSG m, const char* n, int64_t* v) {
-  return CopyTyped(m, n, v);
-}
-ZQ_API uint32_t ZqMsgCopyFieldUINT64(HZQMSG m, const char* n, uint64_t* v) {
-  return CopyTyped(m, n, v);
-}
+#define ZQ_COPY_TYPED(suffix, type)                                                       \
+  ZQ_API uint32_t ZqMsgCopyField##suffix(HZQMSG message, const char* name, type* value) { \
+    return CopyTyped(message, name, value);                                               \
+  }
+ZQ_TYPED_FIELDS(ZQ_COPY_TYPED)
+#undef ZQ_COPY_TYPED
 
 ZQ_API uint32_t ZqMsgSetBody(HZQMSG message, const void* bytes, uint32_t size) {
   if (message == nullptr) return kWrongArguments;
@@ -263,14 +240,7 @@ ZQ_API uint32_t ZqMsgCopyFieldFromBlock(const void* block, uint32_t blockSize, c
                                                   const char* name, type* value) {       \
     return CopyTypedFromBlock(block, blockSize, name, value);                            \
   }
-ZQ_COPY_FROM_BLOCK(INT8, int8_t)
-ZQ_COPY_FROM_BLOCK(UINT8, uint8_t)
-ZQ_COPY_FROM_BLOCK(INT16, int16_t)
-ZQ_COPY_FROM_BLOCK(UINT16, uint16_t)
-ZQ_COPY_FROM_BLOCK(INT32, int32_t)
-ZQ_COPY_FROM_BLOCK(UINT32, uint32_t)
-ZQ_COPY_FROM_BLOCK(INT64, int64_t)
-ZQ_COPY_FROM_BLOCK(UINT64, uint64_t)
+ZQ_TYPED_FIELDS(ZQ_COPY_FROM_BLOCK)
 #undef ZQ_COPY_FROM_BLOCK
 
 ZQ_API uint32_t ZqMsgCopyMessage(HZQMSG* copy, HZQMSG message) {

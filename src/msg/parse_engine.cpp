@@ -318,29 +318,19 @@ std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* form
 std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator, const char* format,
                      va_list args) noexcept {
   if (mode > static_cast<std::uint32_t>(ParseMode::kCopyInPlace)) return kWrongArguments;
-  const auto parseMode = static_cast<ParseMode>(mode);
-  if (parseMode == ParseMode::kAllocatedCopy && allocator == nullptr) return kWrongArguments;
+  if (static_cast<ParseMode>(mode) == ParseMode::kAllocatedCopy && allocator == nullptr) {
+    return kWrongArguments;
+  }
   if (ctx.buffer == nullptr && ctx.size != 0) return kWrongArguments;
   va_list ap;
   va_copy(ap, args);
-  std::uint32_t rc = kWrongArguments;
-  switch (parseMode) {
-    case ParseMode::kChoose:
-      rc = RunParser<ParseMode::kChoose>(ctx, allocator, format, ap);
-      break;
-    case ParseMode::kPointer:
-      rc = RunParser<ParseMode::kPointer>(ctx, allocator, format, ap);
-      break;
-    case ParseMode::kCopyToPointed:
-      rc = RunParser<ParseMode::kCopyToPointed>(ctx, allocator, format, ap);
-      break;
-    case ParseMode::kAllocatedCopy:
-      rc = RunParser<ParseMode::kAllocatedCopy>(ctx, allocator, format, ap);
-      break;
-    case ParseMode::kCopyInPlace:
-      rc = RunParser<ParseMode::kCopyInPlace>(ctx, allocator, format, ap);
-      break;
-  }
+  using Runner = std::uint32_t (*)(ZQPARSECTX&, ZqAllocFunc, const char*, va_list&) noexcept;
+  static constexpr Runner kRunners[] = {
+      RunParser<ParseMode::kChoose>,        RunParser<ParseMode::kPointer>,
+      RunParser<ParseMode::kCopyToPointed>, RunParser<ParseMode::kAllocatedCopy>,
+      RunParser<ParseMode::kCopyInPlace>,
+  };
+  const std::uint32_t rc = kRunners[mode](ctx, allocator, format, ap);
   va_end(ap);
   return rc;
 }
