@@ -305,8 +305,8 @@ std::uint32_t Parser<kMode>::Run(const char* format, va_list& args) noexcept {
 }
 
 template <ParseMode kMode>
-std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* format,
-                        va_list& args) noexcept {
+[[gnu::flatten]] std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* format,
+                                         va_list& args) noexcept {
   Parser<kMode> parser(ctx, allocator);
   const std::uint32_t rc = parser.Run(format, args);
   ctx.position = parser.Position();
