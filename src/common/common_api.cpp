@@ -36,9 +36,11 @@ ZQ_API uint32_t ZqSysTypeGetSizeAndAlign(char letter, uint32_t width, uint32_t s
                                          uint32_t* size, uint32_t* alignment) {
   if (size == nullptr || alignment == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   zq::common::TypeLayout layout;
-  const uint32_t rc = zq::common::MeasureType(letter, width, scale, layout);
+  uint32_t rc = zq::common::MeasureType(letter, width, scale, layout);
+  // A size past 4 GiB has no u32 to go in: no native structure holds it.
+  if (rc == 0 && layout.size > 0xFFFFFFFFu) rc = ZQERR_DB_INVALID_TYPE;
   // An integer of a bad width reports its width as the size all the same.
-  if (rc == 0 || letter == 'i' || letter == 'u') *size = layout.size;
+  if (rc == 0 || letter == 'i' || letter == 'u') *size = static_cast<uint32_t>(layout.size);
   if (rc == 0) *alignment = layout.alignment;
   return rc;
 }

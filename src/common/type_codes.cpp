@@ -92,8 +92,7 @@ bool ScanType(const char* format, TypeCode& out) noexcept {
 
 std::uint32_t MeasureType(char letter, std::uint32_t width, std::uint32_t scale,
                           TypeLayout& layout) noexcept {
-  // Widths come from callers unchecked; sizes are computed in 64 bits and a
-  // size that does not fit a u32 is not a type.
+  // Widths come from callers unchecked: sizes are computed in 64 bits.
   std::uint64_t size = 0;
   std::uint32_t alignment = 1;
   switch (letter) {
@@ -135,8 +134,7 @@ std::uint32_t MeasureType(char letter, std::uint32_t width, std::uint32_t scale,
     default:
       return kInvalidType;
   }
-  if (size > 0xFFFFFFFFu) return kInvalidType;
-  layout.size = static_cast<std::uint32_t>(size);
+  layout.size = size;
   layout.alignment = alignment;
   return 0;
 }

@@ -31,7 +31,7 @@ struct TypeCode {
 bool ScanType(const char* format, TypeCode& out) noexcept;
 
 struct TypeLayout {
-  std::uint32_t size = 0;
+  std::uint64_t size = 0;  // may pass 4 GiB for huge widths
   std::uint32_t alignment = 0;
 };
 

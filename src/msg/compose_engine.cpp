@@ -29,28 +29,41 @@ void SkipDigits(const char*& p) noexcept {
 
 // Grows the buffer so that `need` more bytes fit: by twice the capacity, or,
 // when that is not enough (an empty buffer), by the value plus 512 bytes.
-[[gnu::noinline]] std::uint32_t Grow(ZQCOMPOSECTX& ctx, std::uint64_t need) noexcept {
+// A value that lies inside the old buffer (a context composing from its own
+// bytes) is re-pointed into the new one.
+[[gnu::noinline]] std::uint32_t Grow(ZQCOMPOSECTX& ctx, std::uint64_t need,
+                                     const void*& source) noexcept {
   const std::uint64_t twice = 2 * std::uint64_t{ctx.capacity};
   std::uint64_t capacity = ctx.capacity + (need > twice ? need + 512 : twice);
+  // A caller-owned context may hold a size past its capacity (its buffer
+  // freed, or a measured size): what is written must still fit.
+  if (capacity < ctx.size + need) capacity = ctx.size + need;
   if (capacity > kMaxStream) capacity = kMaxStream;  // still fits: Reserve checked the end
+  const auto old = reinterpret_cast<std::uintptr_t>(ctx.buffer);
+  const auto from = reinterpret_cast<std::uintptr_t>(source);
+  const bool inside = ctx.buffer != nullptr && from >= old && from < old + ctx.capacity;
   void* grown = os::Reallocate(ctx.buffer, capacity);
   if (grown == nullptr) return kNoMemory;
   ctx.buffer = static_cast<std::uint8_t*>(grown);
   ctx.capacity = static_cast<std::uint32_t>(capacity);
+  if (inside) source = ctx.buffer + (from - old);
   return 0;
 }
 
 // Makes room for `need` bytes at the write position. A stream's size is a
 // u32, so a stream that would pass 4 GiB cannot be composed.
-inline std::uint32_t Reserve(ZQCOMPOSECTX& ctx, std::uint64_t need) noexcept {
+inline std::uint32_t Reserve(ZQCOMPOSECTX& ctx, std::uint64_t need, const void*& source) noexcept {
   if (ctx.size + need > kMaxStream) return kNoMemory;
-  if (ctx.measureOnly || std::uint64_t{ctx.capacity} - ctx.size >= need) return 0;
-  return Grow(ctx, need);
+  if (ctx.measureOnly) return 0;
+  if (ctx.buffer != nullptr && ctx.capacity >= ctx.size && ctx.capacity - ctx.size >= need) {
+    return 0;
+  }
+  return Grow(ctx, need, source);
 }
 
 // Appends `count` bytes (or only counts them while measuring).
 inline std::uint32_t PutBytes(ZQCOMPOSECTX& ctx, const void* bytes, std::uint64_t count) noexcept {
-  if (const std::uint32_t rc = Reserve(ctx, count)) return rc;
+  if (const std::uint32_t rc = Reserve(ctx, count, bytes)) return rc;
   if (!ctx.measureOnly && count != 0) std::memcpy(ctx.buffer + ctx.size, bytes, count);
   ctx.size += static_cast<std::uint32_t>(count);
   return 0;
@@ -59,7 +72,7 @@ inline std::uint32_t PutBytes(ZQCOMPOSECTX& ctx, const void* bytes, std::uint64_
 // Appends a u32 length and then `count` bytes, with one growth step.
 inline std::uint32_t PutPrefixed(ZQCOMPOSECTX& ctx, std::uint32_t length, const void* bytes,
                                  std::uint64_t count) noexcept {
-  if (const std::uint32_t rc = Reserve(ctx, 4 + count)) return rc;
+  if (const std::uint32_t rc = Reserve(ctx, 4 + count, bytes)) return rc;
   if (!ctx.measureOnly) {
     std::memcpy(ctx.buffer + ctx.size, &length, 4);
     if (count != 0) std::memcpy(ctx.buffer + ctx.size + 4, bytes, count);

@@ -56,8 +56,7 @@ ZQ_API uint32_t ZqMsgInitComposeForAppend(ZQCOMPOSECTX* context, const void* byt
 
 ZQ_API uint32_t ZqMsgFreeCompose(ZQCOMPOSECTX* context) {
   if (context == nullptr) return kWrongArguments;
-  zq::os::Release(context->buffer);
-  context->buffer = nullptr;
+  zq::msg::FreeComposeBuffer(*context);
   return 0;
 }
 
@@ -76,6 +75,7 @@ ZQ_API uint32_t ZqMsgCompose(ZQCOMPOSECTX* context, const char* format, ...) {
 
 ZQ_API uint32_t ZqMsgComposeFromParser(ZQCOMPOSECTX* composer, ZQPARSECTX* parser) {
   if (composer == nullptr || parser == nullptr) return kWrongArguments;
+  if (parser->buffer == nullptr && parser->size != 0) return kWrongArguments;
   if (parser->position >= parser->size) return 0;
   const uint32_t rest = parser->size - parser->position;
   if (const uint32_t rc = zq::msg::ComposeRaw(*composer, parser->buffer + parser->position, rest)) {

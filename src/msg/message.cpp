@@ -95,7 +95,7 @@ std::uint32_t CMessage::SetBody(const void* bytes, std::uint32_t size) noexcept 
 std::uint32_t CMessage::SetField(const char* name, const void* value, std::uint32_t size) noexcept {
   if (value == nullptr && size != 0) return kWrongArguments;
   const SystemField* field = FindSystemField(name);
-  if (field == nullptr) return SetUserField(name, value, size);
+  if (field == nullptr) return SetUserFieldAt(FindUserField(name), name, value, size);
   switch (field->kind) {
     case Kind::kText: {
       char* copy = nullptr;
@@ -121,22 +121,27 @@ std::uint32_t CMessage::SetField(const char* name, const void* value, std::uint3
   return kInternalError;
 }
 
-// A user field of that name has its value replaced in place; a new one is
+std::uint32_t CMessage::FindUserField(const char* name) const noexcept {
+  for (std::uint32_t i = 0; i < userCount_; ++i) {
+    if (std::strcmp(users_[i].name, name) == 0) return i;
+  }
+  return kAppend;
+}
+
+// A field that exists has its value replaced in place; a new one is
 // appended, the array growing to 16 entries first and by 8 after that.
-std::uint32_t CMessage::SetUserField(const char* name, const void* value,
-                                     std::uint32_t size) noexcept {
+std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name, const void* value,
+                                       std::uint32_t size) noexcept {
   std::uint8_t* copy = nullptr;
   if (value != nullptr) {
     copy = CopyBytes(value, size);
     if (copy == nullptr) return kNoMemory;
   }
-  for (std::uint32_t i = 0; i < userCount_; ++i) {
-    if (std::strcmp(users_[i].name, name) == 0) {
-      os::Release(users_[i].value);
-      users_[i].value = copy;
-      users_[i].size = copy != nullptr ? size : 0;
-      return 0;
-    }
+  if (index != kAppend) {
+    os::Release(users_[index].value);
+    users_[index].value = copy;
+    users_[index].size = copy != nullptr ? size : 0;
+    return 0;
   }
   if (userCount_ == userCapacity_) {
     const std::uint64_t capacity =

@@ -46,7 +46,12 @@ class CMessage : public common::CRefCounted {
 
  private:
   static const SystemField* FindSystemField(const char* name) noexcept;
-  std::uint32_t SetUserField(const char* name, const void* value, std::uint32_t size) noexcept;
+  static constexpr std::uint32_t kAppend = 0xFFFFFFFFu;
+  // The index of the user field of that name, or kAppend.
+  std::uint32_t FindUserField(const char* name) const noexcept;
+  // Replaces the value of entry `index`, or appends a new field (kAppend).
+  std::uint32_t SetUserFieldAt(std::uint32_t index, const char* name, const void* value,
+                               std::uint32_t size) noexcept;
 
   std::uint32_t type_ = 0;
   std::uint64_t sendId_ = 0;

@@ -120,7 +120,7 @@ ZQ_API uint32_t ZqMsgFreeMessage(HZQMSG message) {
 
 ZQ_API uint32_t ZqMsgSetField(HZQMSG message, const char* name, const void* value, uint32_t size) {
   if (message == nullptr || !IsName(name)) return kWrongArguments;
-  return CMessage::From(message)->SetField(name, value, size);
+  return ZQ_RETURN_ZQERR(CMessage::From(message)->SetField(name, value, size));
 }
 
 ZQ_API uint32_t ZqMsgSetFieldStr(HZQMSG message, const char* name, const char* text) {
@@ -156,7 +156,7 @@ ZQ_TYPED_FIELDS(ZQ_COPY_TYPED)
 
 ZQ_API uint32_t ZqMsgSetBody(HZQMSG message, const void* bytes, uint32_t size) {
   if (message == nullptr) return kWrongArguments;
-  return CMessage::From(message)->SetBody(bytes, size);
+  return ZQ_RETURN_ZQERR(CMessage::From(message)->SetBody(bytes, size));
 }
 
 ZQ_API uint32_t ZqMsgSetBodyStr(HZQMSG message, const char* text) {
@@ -202,7 +202,7 @@ ZQ_API uint32_t ZqMsgGetMessageBlockSize(HZQMSG message, uint32_t* size) {
 
 ZQ_API uint32_t ZqMsgSaveMessageToBlock(HZQMSG message, void* buffer, uint32_t* size) {
   if (message == nullptr || buffer == nullptr || size == nullptr) return kWrongArguments;
-  return ComposeBlockInto(*CMessage::From(message), buffer, size);
+  return ZQ_RETURN_ZQERR(ComposeBlockInto(*CMessage::From(message), buffer, size));
 }
 
 ZQ_API uint32_t ZqMsgCreateMessageFromBlock(const void* block, uint32_t size, HZQMSG* message,
@@ -249,7 +249,7 @@ ZQ_API uint32_t ZqMsgCopyMessage(HZQMSG* copy, HZQMSG message) {
   uint32_t rc = CMessage::From(message)->ComposeBlock(ctx);
   if (rc == 0) rc = ZqMsgCreateMessageFromBlock(ctx.buffer, ctx.size, copy, nullptr);
   zq::msg::FreeComposeBuffer(ctx);
-  return rc;
+  return ZQ_RETURN_ZQERR(rc);
 }
 
 }  // extern "C"

@@ -1,5 +1,7 @@
 // The message block: saving, loading, and reading one field in place.
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
 
 #include "msg/message.h"
 #include "msg/stream_engine.h"
@@ -13,6 +15,8 @@ constexpr const char* kHeaderFormat = "cu4u4u8u8ccbc";
 constexpr const char* kSignature = "ZORK";
 constexpr std::uint32_t kBlockVersion = 1;
 constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
+// User fields past this many are looked up through an index while loading.
+constexpr std::uint32_t kIndexedFrom = 32;
 
 }  // namespace
 
@@ -28,7 +32,9 @@ std::uint32_t CMessage::ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept {
 
 // The signature and version are read and not checked: any header that
 // parses is accepted. The texts and the body become owned copies; each user
-// field is stored as ZqMsgSetField stores it.
+// field is stored as ZqMsgSetField stores it. Past a few user fields the
+// names are looked up in a hash index, so that a block of many fields loads
+// in linear time.
 std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
                                   std::uint32_t& used) noexcept {
   ZQPARSECTX ctx{block, size, 0};
@@ -41,15 +47,34 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
                &replyId_, &from_, &to_, &body_, &bodySize_, &category_);
   }
   used = ctx.position;
-  while (rc == 0 && ctx.position < ctx.size) {
-    const char* name = nullptr;
-    const void* value = nullptr;
-    std::uint32_t valueSize = 0;
-    rc = Parse(ctx, ParseMode::kPointer, nullptr, "cb", &name, &value, &valueSize);
-    if (rc != 0) break;
-    used = ctx.position;
-    if (name == nullptr) break;  // the terminator
-    rc = SetField(name, value, valueSize);
+  try {
+    std::unordered_map<std::string_view, std::uint32_t> index;
+    while (rc == 0 && ctx.position < ctx.size) {
+      const char* name = nullptr;
+      const void* value = nullptr;
+      std::uint32_t valueSize = 0;
+      rc = Parse(ctx, ParseMode::kPointer, nullptr, "cb", &name, &value, &valueSize);
+      if (rc != 0) break;
+      used = ctx.position;
+      if (name == nullptr) break;  // the terminator
+      if (name[0] == '\0') {
+        rc = kWrongArguments;  // as ZqMsgSetField refuses an empty name
+      } else if (FindSystemField(name) != nullptr || userCount_ < kIndexedFrom) {
+        rc = SetField(name, value, valueSize);
+      } else {
+        if (index.empty()) {
+          for (std::uint32_t i = 0; i < userCount_; ++i)
+            index.emplace(users_[i].name, i);
+        }
+        const auto found = index.find(name);
+        rc = SetUserFieldAt(found != index.end() ? found->second : kAppend, name, value, valueSize);
+        if (rc == 0 && found == index.end()) {
+          index.emplace(users_[userCount_ - 1].name, userCount_ - 1);
+        }
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    rc = kNoMemory;
   }
   return rc;
 }

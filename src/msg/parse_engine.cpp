@@ -236,8 +236,8 @@ inline std::uint32_t Parser<kMode>::Counted(const char*& p, void* dest) noexcept
   return 0;
 }
 
-// Decimals are fixed-size values and are copied in every mode. A stored
-// value of another type than the format's is a malformed stream.
+// Decimals are fixed-size values and are copied in every mode, as they lie:
+// whoever uses the value checks its type.
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Decimal(const char*& p, void* dest) noexcept {
   common::TypeCode code;
@@ -247,7 +247,6 @@ inline std::uint32_t Parser<kMode>::Decimal(const char*& p, void* dest) noexcept
   if (dest == nullptr) return kWrongArguments;
   const std::uint32_t size = time::DecimalSize(code.width, code.scale);
   if (Remaining() < size) return kBadBlock;
-  if (time::DecimalTypeOf(Here()) != (code.width << 8 | code.scale)) return kBadBlock;
   std::memcpy(dest, Here(), size);
   Advance(size);
   return 0;

@@ -93,7 +93,6 @@ constexpr SizeCase kSizes[] = {
     {'w', 0, 0, 0, 2, 2},
     {'w', 10, 0, 0, 22, 2},
     {'z', 10, 0, 0, 14, 4},
-    {'c', 0xFFFFFFFF, 0, ZQERR_DB_INVALID_TYPE, kUntouched, kUntouched},
     {'e', 0, 0, ZQERR_DB_INVALID_TYPE, kUntouched, kUntouched},
     {'x', 0, 0, ZQERR_DB_INVALID_TYPE, kUntouched, kUntouched},
     {'A', 0, 0, ZQERR_DB_INVALID_TYPE, kUntouched, kUntouched},
@@ -116,7 +115,13 @@ TEST(TypeCodes, SizeAndAlignment) {
     EXPECT_EQ(ZqSysTypeGetAlign(c.letter, c.width, &alone), c.rc) << c.letter << c.width;
     EXPECT_EQ(alone, c.alignment) << c.letter << c.width;
   }
-  uint32_t value = 0;
+  // Any width has an alignment; a size past 4 GiB has no size.
+  uint32_t value = kUntouched, alignment = kUntouched;
+  EXPECT_EQ(ZqSysTypeGetSizeAndAlign('c', 0xFFFFFFFF, 0, &value, &alignment),
+            static_cast<uint32_t>(ZQERR_DB_INVALID_TYPE));
+  EXPECT_EQ(value, kUntouched);
+  EXPECT_EQ(ZqSysTypeGetAlign('z', 0xFFFFFFFF, &alignment), 0u);
+  EXPECT_EQ(alignment, 4u);
   EXPECT_EQ(ZqSysTypeGetSizeAndAlign('u', 4, 0, nullptr, &value), 2u);
   EXPECT_EQ(ZqSysTypeGetSizeAndAlign('u', 4, 0, &value, nullptr), 2u);
   EXPECT_EQ(ZqSysTypeGetAlign('u', 4, nullptr), 2u);

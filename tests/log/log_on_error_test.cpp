@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "log/log_on_error.h"
+#include "zqsys/zqstream.h"
 
 namespace {
 
@@ -80,6 +81,25 @@ TEST_F(LogOnError, ExpressionIsEvaluatedOnce) {
   };
   EXPECT_EQ(ZQ_RETURN_ZQERR(failing()), 5u);
   EXPECT_EQ(evaluations, 1);
+}
+
+// A failing exported call reports at its own site in the library.
+TEST_F(LogOnError, ExportedCallsReportTheirFailures) {
+  g_decision = 1;
+  HZQPARSER parser = nullptr;
+  ASSERT_EQ(ZqSysCreateBinaryParser(&parser), 0u);
+  const uint8_t three[] = {1, 2, 3};
+  ASSERT_EQ(ZqSysInitParser(parser, three, 3), 0u);
+  uint32_t value = 0;
+  EXPECT_EQ(ZqSysParse(parser, "u4", &value), 0x1004u);
+  EXPECT_EQ(ZqSysParse(parser, "u4", &value), 0x1004u);
+  ZqSysFreeParser(parser);
+  ASSERT_EQ(g_calls.size(), 2u);
+  EXPECT_TRUE(g_calls[0].check);
+  EXPECT_FALSE(g_calls[1].check);
+  EXPECT_EQ(g_calls[1].code, 0x1004u);
+  EXPECT_EQ(g_calls[1].category, "RETURN_ZQERR");
+  EXPECT_NE(g_calls[1].file.find("stream_api.cpp"), std::string::npos);
 }
 
 TEST(LogOnErrorDefault, UnconfiguredSitesLogNothingFromAnyThread) {

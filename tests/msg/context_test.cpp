@@ -2,8 +2,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
+#include "os/memory.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqmsg.h"
 
@@ -118,6 +120,87 @@ TEST_F(Contexts, ComposeFromParserAndForAppend) {
   EXPECT_EQ(Bytes(append.buffer, append.buffer + append.size), (Bytes{1, 2, 3, 4}));
   EXPECT_EQ(append.capacity, 3u + 6);  // twice the capacity added
   ZqMsgFreeCompose(&append);
+}
+
+// A context stays usable after its buffer is freed, and after measuring.
+TEST(ComposeContexts, ReuseAfterFreeAndAfterMeasuring) {
+  ZQCOMPOSECTX ctx{};
+  ASSERT_EQ(ZqMsgCompose(&ctx, "u4", 1), 0u);
+  ASSERT_EQ(ZqMsgFreeCompose(&ctx), 0u);
+  EXPECT_EQ(ctx.size, 0u);
+  ASSERT_EQ(ZqMsgCompose(&ctx, "u4", 2), 0u);
+  EXPECT_EQ(Bytes(ctx.buffer, ctx.buffer + ctx.size), (Bytes{2, 0, 0, 0}));
+  ZqMsgFreeCompose(&ctx);
+
+  ZQCOMPOSECTX measured{};
+  measured.measureOnly = 1;
+  ASSERT_EQ(ZqMsgCompose(&measured, "c", "abc"), 0u);
+  measured.measureOnly = 0;
+  ASSERT_EQ(ZqMsgCompose(&measured, "u4", 3), 0u);  // lands after the measured 8 bytes
+  EXPECT_EQ(measured.size, 12u);
+  EXPECT_GE(measured.capacity, 12u);
+  ZqMsgFreeCompose(&measured);
+}
+
+// Values taken from the context's own buffer survive the buffer moving.
+TEST(ComposeContexts, ComposingFromItsOwnBytes) {
+  ZQCOMPOSECTX ctx{};
+  const std::string text(400, 'x');
+  ASSERT_EQ(ZqMsgCompose(&ctx, "c", text.c_str()), 0u);  // capacity 917, size 405
+  ASSERT_EQ(ZqMsgCompose(&ctx, "c", text.c_str()), 0u);  // size 810
+  const Bytes before(ctx.buffer, ctx.buffer + ctx.size);
+  ZQPARSECTX self{};
+  ASSERT_EQ(ZqMsgInitParse(&self, ctx.buffer, ctx.size), 0u);
+  ASSERT_EQ(ZqMsgComposeFromParser(&ctx, &self), 0u);  // must grow while reading itself
+  ASSERT_EQ(ctx.size, 2 * before.size());
+  EXPECT_EQ(Bytes(ctx.buffer + before.size(), ctx.buffer + ctx.size), before);
+
+  const uint32_t size = ctx.size;
+  ASSERT_EQ(ZqMsgCompose(&ctx, "b", ctx.buffer, size), 0u);
+  EXPECT_EQ(Bytes(ctx.buffer + size + 4, ctx.buffer + ctx.size),
+            Bytes(ctx.buffer, ctx.buffer + size));
+  ZqMsgFreeCompose(&ctx);
+
+  ZQPARSECTX broken{nullptr, 10, 0};
+  EXPECT_EQ(ZqMsgComposeFromParser(&ctx, &broken), 2u);
+}
+
+TEST(ComposeContexts, OutOfMemoryChangesNothing) {
+  const uint8_t bytes[] = {1, 2, 3, 4, 5, 6};
+  ZQCOMPOSECTX ctx{};
+  zq::os::FailAllocationAfter(1);
+  EXPECT_EQ(ZqMsgInitComposeForAppend(&ctx, bytes, 6), ZQERR_COMMON_NO_MEMORY);
+  ZQPARSECTX parser{};
+  ASSERT_EQ(ZqMsgInitParse(&parser, bytes, 6), 0u);
+  zq::os::FailAllocationAfter(1);
+  EXPECT_EQ(ZqMsgComposeFromParser(&ctx, &parser), ZQERR_COMMON_NO_MEMORY);
+  EXPECT_EQ(parser.position, 0u);
+  EXPECT_EQ(ctx.size, 0u);
+  ASSERT_EQ(ZqMsgComposeFromParser(&ctx, &parser), 0u);
+  EXPECT_EQ(ctx.capacity, 6u + 512);
+  ZqMsgFreeCompose(&ctx);
+
+  HZQPARSER handle = reinterpret_cast<HZQPARSER>(1);
+  zq::os::FailAllocationAfter(1);
+  EXPECT_EQ(ZqSysCreateBinaryParser(&handle), 0u);
+  EXPECT_EQ(handle, nullptr);
+  HZQMSG message = nullptr;
+  zq::os::FailAllocationAfter(1);
+  EXPECT_EQ(ZqMsgCreateMessage(&message), ZQERR_COMMON_NO_MEMORY);
+
+  ASSERT_EQ(ZqMsgCreateMessage(&message), 0u);
+  ASSERT_EQ(ZqMsgSetBodyStr(message, "old"), 0u);
+  zq::os::FailAllocationAfter(2);  // the compose succeeds, storing the body fails
+  EXPECT_EQ(ZqMsgComposeBody(message, "u4", 1), ZQERR_COMMON_NO_MEMORY);
+  const void* body = nullptr;
+  uint32_t size = 0;
+  ASSERT_EQ(ZqMsgGetBody(message, &body, &size), 0u);
+  EXPECT_STREQ(static_cast<const char*>(body), "old");
+  // Measuring a block allocates nothing.
+  zq::os::FailAllocationAfter(1);
+  EXPECT_EQ(ZqMsgGetMessageBlockSize(message, &size), 0u);
+  zq::os::FailAllocationAfter(-1);
+  ZqMsgFreeMessage(message);
 }
 
 TEST(MessageBodies, ComposeAndParseByFormat) {

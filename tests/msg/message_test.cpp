@@ -174,6 +174,11 @@ TEST(MessageBlock, ReadFieldsStraightFromTheBlock) {
   uint16_t small = 0;
   EXPECT_EQ(ZqMsgCopyFieldFromBlockUINT16(base, kFullBlock.size(), "Zq_Type", &small),
             ZQERR_COMMON_BUFFER_TOO_SMALL);
+  char text[4];
+  size = 1;
+  EXPECT_EQ(ZqMsgCopyFieldFromBlock(base, kFullBlock.size(), "Zq_From", text, &size),
+            ZQERR_COMMON_BUFFER_TOO_SMALL);
+  EXPECT_EQ(size, 1u);
 
   // A new message has no texts: they are not found.
   Message empty;
@@ -224,6 +229,41 @@ TEST(MessageFields, ReplacementKeepsListOrderAndArrayGrows) {
   int32_t last = 0;
   EXPECT_EQ(ZqMsgCopyFieldINT32(copy.handle, "f29", &last), 0u);
   EXPECT_EQ(last, 29);
+}
+
+// A block may name a user field twice: the later value replaces the earlier
+// one in its place, also past the point where loading indexes the names.
+TEST(MessageBlock, RepeatedNamesReplaceInPlace) {
+  ZQCOMPOSECTX ctx{};
+  ASSERT_EQ(ZqMsgCompose(&ctx, "cu4u4u8u8ccbc", "ZORK", 1, 0, 0ull, 0ull, nullptr, nullptr, nullptr,
+                         0u, nullptr),
+            0u);
+  const int kFields = 5000;
+  for (int i = 0; i < kFields; ++i) {
+    const std::string name = "f" + std::to_string(i);
+    ASSERT_EQ(ZqMsgCompose(&ctx, "cb", name.c_str(), &i, 4u), 0u);
+  }
+  for (int i : {3, 40, 4999}) {
+    const int value = -i;
+    ASSERT_EQ(ZqMsgCompose(&ctx, "cb", ("f" + std::to_string(i)).c_str(), &value, 4u), 0u);
+  }
+  HZQMSG loaded = nullptr;
+  ASSERT_EQ(ZqMsgCreateMessageFromBlock(ctx.buffer, ctx.size, &loaded, nullptr), 0u);
+  ZqMsgFreeCompose(&ctx);
+  Message m(loaded);
+  for (int i : {0, 3, 39, 40, 4999}) {
+    int32_t value = 0;
+    ASSERT_EQ(ZqMsgCopyFieldINT32(m.handle, ("f" + std::to_string(i)).c_str(), &value), 0u);
+    EXPECT_EQ(value, (i == 3 || i == 40 || i == 4999) ? -i : i);
+  }
+  // Still 5000 fields, in their first order: the block saves back the same
+  // size as one written without the repeats.
+  uint32_t size = 0;
+  ASSERT_EQ(ZqMsgGetMessageBlockSize(m.handle, &size), 0u);
+  uint32_t expected = 57;
+  for (int i = 0; i < kFields; ++i)
+    expected += 4 + std::to_string(i).size() + 2 + 4 + 4;
+  EXPECT_EQ(size, expected);
 }
 
 TEST(MessageFields, ArgumentAndSizeRules) {

@@ -118,7 +118,7 @@ const BadCase kBadStreams[] = {
     {"binary longer than the stream", {4, 0, 0, 0, 1, 2, 3}, "b", kBadBlock, 0},
     {"counted block over its width", {3, 0, 0, 0, 1, 2, 3}, "z2", 2, 0},
     {"counted block longer than the stream", {4, 0, 0, 0, 1}, "z", kBadBlock, 0},
-    {"decimal of another type", {0x02, 0x06, 0, 0, 0}, "d5.2", kBadBlock, 0},
+    {"decimal delivered as it lies", {0x02, 0x06, 0, 0, 0}, "d5.2", 0, 5},
     {"decimal short", {0x02, 0x05, 0, 0}, "d5.2", kBadBlock, 0},
     {"unknown code", {1}, "u1x", 2, 1},
     {"integer of width 3", {1, 2, 3}, "i3", 2, 0},
@@ -151,6 +151,7 @@ TEST_F(ParserFixture, NullMarkersInCopyInPlace) {
   uint8_t bytes[4] = {5, 5, 5, 5};
   uint32_t count = 99;
   uint8_t block[8] = {5, 5, 5, 5};
+  // (choose mode leaves a destination alone on a null marker; see ParseModes)
   ASSERT_EQ(ZqSysParse(parser_, "cwb4z", text, wide, bytes, &count, block), 0u);
   EXPECT_STREQ(text, "");
   EXPECT_EQ(wide[0], 0);
@@ -229,6 +230,21 @@ TEST_F(ParseModes, Pointer) {
   EXPECT_EQ(nobytes, nullptr);
   EXPECT_EQ(nocount, 0u);
   EXPECT_EQ(ctx_.position, ctx_.size);
+}
+
+TEST_F(ParseModes, NullBinaryInChooseAndCopyModes) {
+  ctx_.position = 4 + 4 + 4 + 4 + 2;  // the null byte string
+  uint8_t storage[4] = {7, 7, 7, 7};
+  void* dest = storage;
+  uint32_t count = 99;
+  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kChoose, CountingAlloc, "b", &dest, &count), 0u);
+  EXPECT_EQ(dest, storage);
+  EXPECT_EQ(count, 0u);
+  ctx_.position -= 4;
+  count = 99;
+  ASSERT_EQ(zqtest::Parse(ctx_, ParseMode::kCopyToPointed, nullptr, "b", &dest, &count), 0u);
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(storage[0], 7);
 }
 
 TEST_F(ParseModes, ChooseByDestination) {
