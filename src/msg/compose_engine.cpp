@@ -93,7 +93,7 @@ std::uint32_t ComposeText(ZQCOMPOSECTX& ctx, const char*& p, const char* text) n
   const std::uint64_t length = std::strlen(text);
   if (width != 0 && length > width) return kWrongArguments;
   if (length + 1 >= kNullMarker) return kNoMemory;
-  return PutPrefixed(ctx, static_cast<std::uint32_t>(length + 1), text, length + 1);
+  return ComposeTextValue(ctx, text, static_cast<std::uint32_t>(length));
 }
 
 std::uint32_t ComposeWideText(ZQCOMPOSECTX& ctx, const char*& p, const char16_t* text) noexcept {
@@ -119,7 +119,7 @@ std::uint32_t ComposeBinary(ZQCOMPOSECTX& ctx, const char*& p, const void* bytes
   const std::uint32_t width = common::ReadWidth(p, digits);
   p += digits;
   if (width != 0 && count > width) return kWrongArguments;
-  return PutPrefixed(ctx, count, bytes, count);
+  return ComposeBinaryValue(ctx, bytes, count);
 }
 
 std::uint32_t ComposeCounted(ZQCOMPOSECTX& ctx, const char*& p, const void* block) noexcept {
@@ -246,6 +246,18 @@ std::uint32_t Compose(ZQCOMPOSECTX& ctx, const char* format, ...) noexcept {
   const std::uint32_t rc = ComposeV(ctx, format, args);
   va_end(args);
   return rc;
+}
+
+std::uint32_t ComposeTextValue(ZQCOMPOSECTX& ctx, const char* text, std::uint32_t length) noexcept {
+  if (text == nullptr) return PutNullMarker(ctx);
+  if (std::uint64_t{length} + 1 >= kNullMarker) return kNoMemory;
+  return PutPrefixed(ctx, length + 1, text, std::uint64_t{length} + 1);
+}
+
+std::uint32_t ComposeBinaryValue(ZQCOMPOSECTX& ctx, const void* bytes,
+                                 std::uint32_t count) noexcept {
+  if (bytes == nullptr) return count != 0 ? kWrongArguments : PutNullMarker(ctx);
+  return PutPrefixed(ctx, count, bytes, count);
 }
 
 std::uint32_t ComposeRaw(ZQCOMPOSECTX& ctx, const void* bytes, std::uint32_t count) noexcept {

@@ -13,21 +13,6 @@ constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
 constexpr std::uint32_t kFirstUserFields = 16;
 constexpr std::uint32_t kMoreUserFields = 8;
 
-// A copy of `size` bytes with a NUL after them; null when memory runs out.
-char* CopyText(const void* value, std::uint32_t size) noexcept {
-  auto* copy = static_cast<char*>(os::Allocate(std::size_t{size} + 1));
-  if (copy == nullptr) return nullptr;
-  if (size != 0) std::memcpy(copy, value, size);
-  copy[size] = '\0';
-  return copy;
-}
-
-std::uint8_t* CopyBytes(const void* value, std::uint32_t size) noexcept {
-  auto* copy = static_cast<std::uint8_t*>(os::Allocate(size));
-  if (copy != nullptr && size != 0) std::memcpy(copy, value, size);
-  return copy;
-}
-
 }  // namespace
 
 void* LibraryAllocate(std::size_t size) noexcept {
@@ -40,7 +25,7 @@ struct CMessage::SystemField {
   enum class Kind { kText, kBody, kU32, kU64 };
   const char* name;
   Kind kind;
-  char* CMessage::*text;
+  Text CMessage::*text;
   std::uint32_t CMessage::*u32;
   std::uint64_t CMessage::*u64;
 };
@@ -68,15 +53,64 @@ const CMessage::SystemField* CMessage::FindSystemField(const char* name) noexcep
 }
 
 CMessage::~CMessage() {
-  os::Release(from_);
-  os::Release(to_);
-  os::Release(body_);
-  os::Release(category_);
+  Drop(from_.text);
+  Drop(to_.text);
+  Drop(body_);
+  Drop(category_.text);
   for (std::uint32_t i = 0; i < userCount_; ++i) {
-    os::Release(users_[i].name);
-    os::Release(users_[i].value);
+    Drop(users_[i].name);
+    Drop(users_[i].value);
   }
-  os::Release(users_);
+  if (users_ != firstUsers_) os::Release(users_);
+  os::Release(arena_);
+}
+
+void* CMessage::Take(std::size_t size) noexcept {
+  if (arenaSize_ - arenaUsed_ >= size && size != 0) {
+    void* block = arena_ + arenaUsed_;
+    arenaUsed_ += static_cast<std::uint32_t>(size);
+    return block;
+  }
+  return os::Allocate(size);
+}
+
+void CMessage::Drop(void* block) noexcept {
+  const auto* p = static_cast<const std::uint8_t*>(block);
+  const bool inArena = arena_ != nullptr && p >= arena_ && p < arena_ + arenaSize_;
+  if (!inArena) os::Release(block);
+}
+
+// A copy of `length` bytes with a NUL after them; null when memory runs out.
+char* CMessage::CopyText(const void* value, std::uint32_t length) noexcept {
+  auto* copy = static_cast<char*>(Take(std::size_t{length} + 1));
+  if (copy == nullptr) return nullptr;
+  if (length != 0) std::memcpy(copy, value, length);
+  copy[length] = '\0';
+  return copy;
+}
+
+std::uint8_t* CMessage::CopyBytes(const void* value, std::uint32_t size) noexcept {
+  auto* copy = static_cast<std::uint8_t*>(Take(size));
+  if (copy != nullptr && size != 0) std::memcpy(copy, value, size);
+  return copy;
+}
+
+// A text is stored up to its first NUL, whatever size it came with.
+std::uint32_t CMessage::SetText(Text& field, const void* value, std::uint32_t size) noexcept {
+  char* copy = nullptr;
+  std::uint32_t length = 0;
+  if (value != nullptr) {
+    const void* nul = std::memchr(value, 0, size);
+    length = nul != nullptr ? static_cast<std::uint32_t>(static_cast<const char*>(nul) -
+                                                         static_cast<const char*>(value))
+                            : size;
+    copy = CopyText(value, length);
+    if (copy == nullptr) return kNoMemory;
+  }
+  Drop(field.text);
+  field.text = copy;
+  field.length = length;
+  return 0;
 }
 
 std::uint32_t CMessage::SetBody(const void* bytes, std::uint32_t size) noexcept {
@@ -86,7 +120,7 @@ std::uint32_t CMessage::SetBody(const void* bytes, std::uint32_t size) noexcept 
     copy = CopyBytes(bytes, size);
     if (copy == nullptr) return kNoMemory;
   }
-  os::Release(body_);
+  Drop(body_);
   body_ = copy;
   bodySize_ = copy != nullptr ? size : 0;
   return 0;
@@ -97,16 +131,8 @@ std::uint32_t CMessage::SetField(const char* name, const void* value, std::uint3
   const SystemField* field = FindSystemField(name);
   if (field == nullptr) return SetUserFieldAt(FindUserField(name), name, value, size);
   switch (field->kind) {
-    case Kind::kText: {
-      char* copy = nullptr;
-      if (value != nullptr) {
-        copy = CopyText(value, size);
-        if (copy == nullptr) return kNoMemory;
-      }
-      os::Release(this->*field->text);
-      this->*field->text = copy;
-      return 0;
-    }
+    case Kind::kText:
+      return SetText(this->*field->text, value, size);
     case Kind::kBody:
       return SetBody(value, size);
     case Kind::kU32:
@@ -129,7 +155,7 @@ std::uint32_t CMessage::FindUserField(const char* name) const noexcept {
 }
 
 // A field that exists has its value replaced in place; a new one is
-// appended, the array growing to 16 entries first and by 8 after that.
+// appended, the array holding 16 entries first and growing by 8 after that.
 std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name, const void* value,
                                        std::uint32_t size) noexcept {
   std::uint8_t* copy = nullptr;
@@ -138,30 +164,38 @@ std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name, co
     if (copy == nullptr) return kNoMemory;
   }
   if (index != kAppend) {
-    os::Release(users_[index].value);
+    Drop(users_[index].value);
     users_[index].value = copy;
     users_[index].size = copy != nullptr ? size : 0;
     return 0;
   }
   if (userCount_ == userCapacity_) {
-    const std::uint64_t capacity =
-        userCapacity_ == 0 ? kFirstUserFields : std::uint64_t{userCapacity_} + kMoreUserFields;
-    void* grown = capacity > 0xFFFFFFFFu / sizeof(UserField)
-                      ? nullptr
-                      : os::Reallocate(users_, capacity * sizeof(UserField));
-    if (grown == nullptr) {
-      os::Release(copy);
-      return kNoMemory;
+    if (users_ == nullptr) {
+      users_ = firstUsers_;
+      userCapacity_ = kFirstUserFields;
+    } else {
+      const std::uint64_t capacity = std::uint64_t{userCapacity_} + kMoreUserFields;
+      void* grown = nullptr;
+      if (capacity <= 0xFFFFFFFFu / sizeof(UserField)) {
+        grown = users_ == firstUsers_ ? os::Allocate(capacity * sizeof(UserField))
+                                      : os::Reallocate(users_, capacity * sizeof(UserField));
+      }
+      if (grown == nullptr) {
+        Drop(copy);
+        return kNoMemory;
+      }
+      if (users_ == firstUsers_) std::memcpy(grown, firstUsers_, sizeof firstUsers_);
+      users_ = static_cast<UserField*>(grown);
+      userCapacity_ = static_cast<std::uint32_t>(capacity);
     }
-    users_ = static_cast<UserField*>(grown);
-    userCapacity_ = static_cast<std::uint32_t>(capacity);
   }
-  char* nameCopy = CopyText(name, static_cast<std::uint32_t>(std::strlen(name)));
+  const auto nameLength = static_cast<std::uint32_t>(std::strlen(name));
+  char* nameCopy = CopyText(name, nameLength);
   if (nameCopy == nullptr) {
-    os::Release(copy);
+    Drop(copy);
     return kNoMemory;
   }
-  users_[userCount_++] = UserField{nameCopy, copy, copy != nullptr ? size : 0};
+  users_[userCount_++] = UserField{nameCopy, copy, nameLength, copy != nullptr ? size : 0};
   return 0;
 }
 
@@ -169,21 +203,18 @@ std::uint32_t CMessage::GetField(const char* name, const void** value,
                                  std::uint32_t* size) const noexcept {
   const SystemField* field = FindSystemField(name);
   if (field == nullptr) {
-    for (std::uint32_t i = 0; i < userCount_; ++i) {
-      if (std::strcmp(users_[i].name, name) == 0) {
-        *value = users_[i].value;
-        *size = users_[i].size;
-        return 0;
-      }
-    }
-    return kFieldNotFound;
+    const std::uint32_t index = FindUserField(name);
+    if (index == kAppend) return kFieldNotFound;
+    *value = users_[index].value;
+    *size = users_[index].size;
+    return 0;
   }
   switch (field->kind) {
     case Kind::kText: {
-      const char* text = this->*field->text;
-      if (text == nullptr) return kFieldNotFound;
-      *value = text;
-      *size = static_cast<std::uint32_t>(std::strlen(text) + 1);
+      const Text& text = this->*field->text;
+      if (text.text == nullptr) return kFieldNotFound;
+      *value = text.text;
+      *size = text.length + 1;
       return 0;
     }
     case Kind::kBody:

@@ -13,6 +13,7 @@ namespace zq::msg {
 struct UserField {
   char* name;
   std::uint8_t* value;  // null for an empty value stored as null
+  std::uint32_t nameLength;
   std::uint32_t size;
 };
 
@@ -53,17 +54,38 @@ class CMessage : public common::CRefCounted {
   std::uint32_t SetUserFieldAt(std::uint32_t index, const char* name, const void* value,
                                std::uint32_t size) noexcept;
 
+  // A text field keeps its length beside it, so blocks are written without
+  // measuring texts again.
+  struct Text {
+    char* text = nullptr;
+    std::uint32_t length = 0;
+  };
+  std::uint32_t SetText(Text& field, const void* value, std::uint32_t size) noexcept;
+
+  // Storage for copies: the arena while it has room (a load sizes it to the
+  // block, which bounds everything copied out of it), else the heap. A
+  // pointer into the arena is never released on its own.
+  void* Take(std::size_t size) noexcept;
+  void Drop(void* block) noexcept;
+  char* CopyText(const void* value, std::uint32_t length) noexcept;
+  std::uint8_t* CopyBytes(const void* value, std::uint32_t size) noexcept;
+
   std::uint32_t type_ = 0;
   std::uint64_t sendId_ = 0;
   std::uint64_t replyId_ = 0;
-  char* from_ = nullptr;
-  char* to_ = nullptr;
+  Text from_;
+  Text to_;
   std::uint8_t* body_ = nullptr;
   std::uint32_t bodySize_ = 0;
-  char* category_ = nullptr;
+  Text category_;
   std::uint32_t userCapacity_ = 0;
   std::uint32_t userCount_ = 0;
   UserField* users_ = nullptr;
+  std::uint8_t* arena_ = nullptr;
+  std::uint32_t arenaSize_ = 0;
+  std::uint32_t arenaUsed_ = 0;
+  // The first 16 user fields live in the object itself.
+  UserField firstUsers_[16];
 };
 
 // Reads one field straight from a block without building a message.

@@ -6,6 +6,7 @@
 #include "msg/message.h"
 #include "msg/stream_engine.h"
 #include "os/edge.h"
+#include "os/memory.h"
 #include "zqsys/zqerr.h"
 
 namespace zq::msg {
@@ -20,32 +21,59 @@ constexpr std::uint32_t kIndexedFrom = 32;
 
 }  // namespace
 
+// The header "cu4u4u8u8ccbc", a "cb" pair per user field, and a null pair,
+// written value by value with the lengths the message keeps.
 std::uint32_t CMessage::ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept {
-  std::uint32_t rc = Compose(ctx, kHeaderFormat, kSignature, kBlockVersion, type_, sendId_,
-                             replyId_, from_, to_, body_, bodySize_, category_);
+  static constexpr std::uint8_t kTerminator[8] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+  std::uint32_t rc = ComposeTextValue(ctx, kSignature, 4);
+  if (rc == 0) rc = ComposeRaw(ctx, &kBlockVersion, 4);
+  if (rc == 0) rc = ComposeRaw(ctx, &type_, 4);
+  if (rc == 0) rc = ComposeRaw(ctx, &sendId_, 8);
+  if (rc == 0) rc = ComposeRaw(ctx, &replyId_, 8);
+  if (rc == 0) rc = ComposeTextValue(ctx, from_.text, from_.length);
+  if (rc == 0) rc = ComposeTextValue(ctx, to_.text, to_.length);
+  if (rc == 0) rc = ComposeBinaryValue(ctx, body_, bodySize_);
+  if (rc == 0) rc = ComposeTextValue(ctx, category_.text, category_.length);
   for (std::uint32_t i = 0; rc == 0 && i < userCount_; ++i) {
-    rc = Compose(ctx, "cb", users_[i].name, users_[i].value, users_[i].size);
+    rc = ComposeTextValue(ctx, users_[i].name, users_[i].nameLength);
+    if (rc == 0) rc = ComposeBinaryValue(ctx, users_[i].value, users_[i].size);
   }
-  if (rc == 0) rc = Compose(ctx, "cb", nullptr, nullptr, 0u);
+  if (rc == 0) rc = ComposeRaw(ctx, kTerminator, 8);
   return rc;
 }
 
 // The signature and version are read and not checked: any header that
-// parses is accepted. The texts and the body become owned copies; each user
+// parses is accepted. Texts, body and user fields are copied into one arena
+// as large as the block, which holds every copy a load makes; each user
 // field is stored as ZqMsgSetField stores it. Past a few user fields the
 // names are looked up in a hash index, so that a block of many fields loads
 // in linear time.
 std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
                                   std::uint32_t& used) noexcept {
+  used = 0;
+  if (size != 0) {
+    arena_ = static_cast<std::uint8_t*>(os::Allocate(size));
+    if (arena_ == nullptr) return kNoMemory;
+    arenaSize_ = size;
+  }
   ZQPARSECTX ctx{block, size, 0};
   const char* signature = nullptr;
   std::uint32_t version = 0;
-  used = 0;
-  std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "cu4", &signature, &version);
-  if (rc == 0) {
-    rc = Parse(ctx, ParseMode::kAllocatedCopy, LibraryAllocate, kHeaderFormat + 3, &type_, &sendId_,
-               &replyId_, &from_, &to_, &body_, &bodySize_, &category_);
+  const char* from = nullptr;
+  const char* to = nullptr;
+  const char* category = nullptr;
+  const void* body = nullptr;
+  std::uint32_t bodySize = 0;
+  std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, kHeaderFormat, &signature, &version,
+                           &type_, &sendId_, &replyId_, &from, &to, &body, &bodySize, &category);
+  if (rc == 0 && from != nullptr)
+    rc = SetText(from_, from, static_cast<std::uint32_t>(std::strlen(from)));
+  if (rc == 0 && to != nullptr) rc = SetText(to_, to, static_cast<std::uint32_t>(std::strlen(to)));
+  if (rc == 0) rc = SetBody(body, bodySize);
+  if (rc == 0 && category != nullptr) {
+    rc = SetText(category_, category, static_cast<std::uint32_t>(std::strlen(category)));
   }
+  if (rc != 0) return rc;
   used = ctx.position;
   try {
     std::unordered_map<std::string_view, std::uint32_t> index;
