@@ -161,82 +161,70 @@ std::uint32_t ComposeTime(ZQCOMPOSECTX& ctx, const ZQTIME* value) noexcept {
   return PutBytes(ctx, bytes, 9);
 }
 
-std::uint32_t ComposeInteger(ZQCOMPOSECTX& ctx, const char*& p, va_list& args) noexcept {
-  switch (*p++) {
-    case '1': {
-      const auto v = static_cast<std::uint8_t>(va_arg(args, int));
-      return PutBytes(ctx, &v, 1);
-    }
-    case '2': {
-      const auto v = static_cast<std::uint16_t>(va_arg(args, int));
-      return PutBytes(ctx, &v, 2);
-    }
-    case '4': {
-      const auto v = static_cast<std::uint32_t>(va_arg(args, int));
-      return PutBytes(ctx, &v, 4);
-    }
-    case '8': {
-      const auto v = static_cast<std::uint64_t>(va_arg(args, long long));
-      return PutBytes(ctx, &v, 8);
-    }
-    default:
-      return kWrongArguments;
-  }
-}
-
 }  // namespace
 
+// Values are taken from `args` here and nowhere else, so the list is never
+// copied and never shared with a callee.
 std::uint32_t ComposeV(ZQCOMPOSECTX& ctx, const char* format, va_list args) noexcept {
-  va_list ap;
-  va_copy(ap, args);
   std::uint32_t rc = 0;
   const char* p = format;
   while (rc == 0 && *p != '\0') {
     switch (*p++) {
       case 'a': {
-        const auto v = static_cast<std::uint8_t>(va_arg(ap, int));
+        const auto v = static_cast<std::uint8_t>(va_arg(args, int));
         SkipDigits(p);
         rc = PutBytes(ctx, &v, 1);
         break;
       }
       case 'i':
-      case 'u':
-        rc = ComposeInteger(ctx, p, ap);
+      case 'u': {
+        // Integers are little-endian in the stream, as in memory: the low
+        // bytes of the value are its encoding.
+        const char width = *p++;
+        if (width == '8') {
+          const auto v = static_cast<std::uint64_t>(va_arg(args, long long));
+          rc = PutBytes(ctx, &v, 8);
+        } else if (width == '1' || width == '2' || width == '4') {
+          const auto v = static_cast<std::uint32_t>(va_arg(args, int));
+          rc = PutBytes(ctx, &v, static_cast<std::uint32_t>(width - '0'));
+        } else {
+          rc = kWrongArguments;
+        }
         break;
+      }
       case 'f': {
-        const double v = va_arg(ap, double);
+        const double v = va_arg(args, double);
         SkipDigits(p);
         rc = PutBytes(ctx, &v, 8);
         break;
       }
       case 't':
         SkipDigits(p);
-        rc = ComposeTime(ctx, va_arg(ap, const ZQTIME*));
+        rc = ComposeTime(ctx, va_arg(args, const ZQTIME*));
         break;
       case 'c':
-        rc = ComposeText(ctx, p, va_arg(ap, const char*));
+        rc = ComposeText(ctx, p, va_arg(args, const char*));
         break;
       case 'w':
-        rc = ComposeWideText(ctx, p, va_arg(ap, const char16_t*));
+        rc = ComposeWideText(ctx, p, va_arg(args, const char16_t*));
         break;
       case 'b': {
-        const void* bytes = va_arg(ap, const void*);
-        rc = ComposeBinary(ctx, p, bytes, va_arg(ap, std::uint32_t));
+        const void* bytes = va_arg(args, const void*);
+        rc = ComposeBinary(ctx, p, bytes, va_arg(args, std::uint32_t));
         break;
       }
       case 'z':
-        rc = ComposeCounted(ctx, p, va_arg(ap, const void*));
+        rc = ComposeCounted(ctx, p, va_arg(args, const void*));
         break;
       case 'd':
       case 's':
-        rc = ComposeDecimal(ctx, p, va_arg(ap, const void*));
+        rc = ComposeDecimal(ctx, p, va_arg(args, const void*));
         break;
       default:
         rc = kWrongArguments;
         break;
     }
   }
-  va_end(ap);
   return rc;
 }
 

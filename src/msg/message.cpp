@@ -45,7 +45,7 @@ const CMessage::SystemField* CMessage::FindSystemField(const char* name) noexcep
       {ZQMSG_FIELD_CATEGORY, Kind::kText, &CMessage::category_, nullptr, nullptr},
   };
   // Every system name starts with "Zq_": other names skip the table.
-  if (std::strncmp(name, "Zq_", 3) != 0) return nullptr;
+  if (name[0] != 'Z' || name[1] != 'q' || name[2] != '_') return nullptr;
   for (const SystemField& field : kFields) {
     if (std::strcmp(field.name, name) == 0) return &field;
   }
@@ -129,7 +129,10 @@ std::uint32_t CMessage::SetBody(const void* bytes, std::uint32_t size) noexcept 
 std::uint32_t CMessage::SetField(const char* name, const void* value, std::uint32_t size) noexcept {
   if (value == nullptr && size != 0) return kWrongArguments;
   const SystemField* field = FindSystemField(name);
-  if (field == nullptr) return SetUserFieldAt(FindUserField(name), name, value, size);
+  if (field == nullptr) {
+    const auto length = static_cast<std::uint32_t>(std::strlen(name));
+    return SetUserFieldAt(FindUserField(name, length), name, length, value, size);
+  }
   switch (field->kind) {
     case Kind::kText:
       return SetText(this->*field->text, value, size);
@@ -147,16 +150,17 @@ std::uint32_t CMessage::SetField(const char* name, const void* value, std::uint3
   return kInternalError;
 }
 
-std::uint32_t CMessage::FindUserField(const char* name) const noexcept {
+std::uint32_t CMessage::FindUserField(const char* name, std::uint32_t length) const noexcept {
   for (std::uint32_t i = 0; i < userCount_; ++i) {
-    if (std::strcmp(users_[i].name, name) == 0) return i;
+    if (users_[i].nameLength == length && std::memcmp(users_[i].name, name, length) == 0) return i;
   }
   return kAppend;
 }
 
 // A field that exists has its value replaced in place; a new one is
 // appended, the array holding 16 entries first and growing by 8 after that.
-std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name, const void* value,
+std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name,
+                                       std::uint32_t nameLength, const void* value,
                                        std::uint32_t size) noexcept {
   std::uint8_t* copy = nullptr;
   if (value != nullptr) {
@@ -189,7 +193,6 @@ std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name, co
       userCapacity_ = static_cast<std::uint32_t>(capacity);
     }
   }
-  const auto nameLength = static_cast<std::uint32_t>(std::strlen(name));
   char* nameCopy = CopyText(name, nameLength);
   if (nameCopy == nullptr) {
     Drop(copy);
@@ -203,7 +206,7 @@ std::uint32_t CMessage::GetField(const char* name, const void** value,
                                  std::uint32_t* size) const noexcept {
   const SystemField* field = FindSystemField(name);
   if (field == nullptr) {
-    const std::uint32_t index = FindUserField(name);
+    const std::uint32_t index = FindUserField(name, static_cast<std::uint32_t>(std::strlen(name)));
     if (index == kAppend) return kFieldNotFound;
     *value = users_[index].value;
     *size = users_[index].size;

@@ -48,11 +48,12 @@ class CMessage : public common::CRefCounted {
  private:
   static const SystemField* FindSystemField(const char* name) noexcept;
   static constexpr std::uint32_t kAppend = 0xFFFFFFFFu;
-  // The index of the user field of that name, or kAppend.
-  std::uint32_t FindUserField(const char* name) const noexcept;
+  // The index of the user field of that name (`length` characters), or
+  // kAppend.
+  std::uint32_t FindUserField(const char* name, std::uint32_t length) const noexcept;
   // Replaces the value of entry `index`, or appends a new field (kAppend).
-  std::uint32_t SetUserFieldAt(std::uint32_t index, const char* name, const void* value,
-                               std::uint32_t size) noexcept;
+  std::uint32_t SetUserFieldAt(std::uint32_t index, const char* name, std::uint32_t nameLength,
+                               const void* value, std::uint32_t size) noexcept;
 
   // A text field keeps its length beside it, so blocks are written without
   // measuring texts again.

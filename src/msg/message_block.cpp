@@ -79,25 +79,34 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
     std::unordered_map<std::string_view, std::uint32_t> index;
     while (rc == 0 && ctx.position < ctx.size) {
       const char* name = nullptr;
+      std::uint32_t stored = 0;
       const void* value = nullptr;
       std::uint32_t valueSize = 0;
-      rc = Parse(ctx, ParseMode::kPointer, nullptr, "cb", &name, &value, &valueSize);
+      rc = ParseTextAt(ctx, name, stored);
+      if (rc == 0) rc = ParseBinaryAt(ctx, value, valueSize);
       if (rc != 0) break;
       used = ctx.position;
       if (name == nullptr) break;  // the terminator
-      if (name[0] == '\0') {
+      // A name ends at its first NUL, as it does when an application sets it.
+      const auto length = static_cast<std::uint32_t>(std::strlen(name));
+      if (length == 0) {
         rc = kWrongArguments;  // as ZqMsgSetField refuses an empty name
-      } else if (FindSystemField(name) != nullptr || userCount_ < kIndexedFrom) {
+      } else if (FindSystemField(name) != nullptr) {
         rc = SetField(name, value, valueSize);
+      } else if (userCount_ < kIndexedFrom) {
+        rc = SetUserFieldAt(FindUserField(name, length), name, length, value, valueSize);
       } else {
         if (index.empty()) {
-          for (std::uint32_t i = 0; i < userCount_; ++i)
-            index.emplace(users_[i].name, i);
+          for (std::uint32_t i = 0; i < userCount_; ++i) {
+            index.emplace(std::string_view(users_[i].name, users_[i].nameLength), i);
+          }
         }
-        const auto found = index.find(name);
-        rc = SetUserFieldAt(found != index.end() ? found->second : kAppend, name, value, valueSize);
+        const auto found = index.find(std::string_view(name, length));
+        rc = SetUserFieldAt(found != index.end() ? found->second : kAppend, name, length, value,
+                            valueSize);
         if (rc == 0 && found == index.end()) {
-          index.emplace(users_[userCount_ - 1].name, userCount_ - 1);
+          const UserField& added = users_[userCount_ - 1];
+          index.emplace(std::string_view(added.name, added.nameLength), userCount_ - 1);
         }
       }
     }
@@ -121,11 +130,11 @@ struct HeaderView {
   std::uint32_t fromSize = 0, toSize = 0, categorySize = 0, bodySize = 0;
 };
 
-// A text in pointer mode, with its stored length.
+// A text in pointer mode and the size a field of it has: with its NUL.
 std::uint32_t ParseTextView(ZQPARSECTX& ctx, const char*& text, std::uint32_t& size) noexcept {
-  const std::uint32_t start = ctx.position;
-  const std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "c", &text);
-  if (rc == 0 && text != nullptr) size = ctx.position - start - 4;
+  std::uint32_t length = 0;
+  const std::uint32_t rc = ParseTextAt(ctx, text, length);
+  if (rc == 0 && text != nullptr) size = length + 1;
   return rc;
 }
 

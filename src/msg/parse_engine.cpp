@@ -39,8 +39,13 @@ class Parser {
   Parser(const ZQPARSECTX& ctx, ZqAllocFunc allocator) noexcept
       : buffer_(ctx.buffer), size_(ctx.size), position_(ctx.position), allocator_(allocator) {}
 
-  std::uint32_t Run(const char* format, va_list& args) noexcept;
+  std::uint32_t Run(const char* format, va_list args) noexcept;
   std::uint32_t Position() const noexcept { return static_cast<std::uint32_t>(position_); }
+
+  // Single values for the readers that walk a stream value by value.
+  [[gnu::always_inline]] inline std::uint32_t Text(const char*& p, void* dest, bool wide) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Binary(const char*& p, void* dest,
+                                                     std::uint32_t* count) noexcept;
 
  private:
   // Bytes left after the position (none when the position was set past the
@@ -52,9 +57,6 @@ class Parser {
   [[gnu::always_inline]] inline std::uint32_t Fixed(void* dest, std::uint32_t size) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Integer(const char*& p, void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Time(void* dest) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Text(const char*& p, void* dest, bool wide) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Binary(const char*& p, void* dest,
-                                                     std::uint32_t* count) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Counted(const char*& p, void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Decimal(const char*& p, void* dest) noexcept;
 
@@ -253,7 +255,7 @@ inline std::uint32_t Parser<kMode>::Decimal(const char*& p, void* dest) noexcept
 }
 
 template <ParseMode kMode>
-std::uint32_t Parser<kMode>::Run(const char* format, va_list& args) noexcept {
+std::uint32_t Parser<kMode>::Run(const char* format, va_list args) noexcept {
   std::uint32_t rc = 0;
   const char* p = format;
   while (rc == 0 && *p != '\0') {
@@ -305,7 +307,7 @@ std::uint32_t Parser<kMode>::Run(const char* format, va_list& args) noexcept {
 
 template <ParseMode kMode>
 [[gnu::flatten]] std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* format,
-                                         va_list& args) noexcept {
+                                         va_list args) noexcept {
   Parser<kMode> parser(ctx, allocator);
   const std::uint32_t rc = parser.Run(format, args);
   ctx.position = parser.Position();
@@ -321,17 +323,15 @@ std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
     return kWrongArguments;
   }
   if (ctx.buffer == nullptr && ctx.size != 0) return kWrongArguments;
-  va_list ap;
-  va_copy(ap, args);
-  using Runner = std::uint32_t (*)(ZQPARSECTX&, ZqAllocFunc, const char*, va_list&) noexcept;
+  // The argument list goes straight to the parser, which alone takes values
+  // from it: a copy would cost a stall on a list its caller has just built.
+  using Runner = std::uint32_t (*)(ZQPARSECTX&, ZqAllocFunc, const char*, va_list) noexcept;
   static constexpr Runner kRunners[] = {
       RunParser<ParseMode::kChoose>,        RunParser<ParseMode::kPointer>,
       RunParser<ParseMode::kCopyToPointed>, RunParser<ParseMode::kAllocatedCopy>,
       RunParser<ParseMode::kCopyInPlace>,
   };
-  const std::uint32_t rc = kRunners[mode](ctx, allocator, format, ap);
-  va_end(ap);
-  return rc;
+  return kRunners[mode](ctx, allocator, format, args);
 }
 
 std::uint32_t Parse(ZQPARSECTX& ctx, ParseMode mode, ZqAllocFunc allocator, const char* format,
@@ -340,6 +340,25 @@ std::uint32_t Parse(ZQPARSECTX& ctx, ParseMode mode, ZqAllocFunc allocator, cons
   va_start(args, format);
   const std::uint32_t rc = ParseV(ctx, static_cast<std::uint32_t>(mode), allocator, format, args);
   va_end(args);
+  return rc;
+}
+
+std::uint32_t ParseTextAt(ZQPARSECTX& ctx, const char*& text, std::uint32_t& length) noexcept {
+  Parser<ParseMode::kPointer> parser(ctx, nullptr);
+  const char* noWidth = "";
+  const std::uint32_t rc = parser.Text(noWidth, &text, false);
+  if (rc == 0) {
+    length = text != nullptr ? parser.Position() - ctx.position - 5 : 0;
+    ctx.position = parser.Position();
+  }
+  return rc;
+}
+
+std::uint32_t ParseBinaryAt(ZQPARSECTX& ctx, const void*& bytes, std::uint32_t& count) noexcept {
+  Parser<ParseMode::kPointer> parser(ctx, nullptr);
+  const char* noWidth = "";
+  const std::uint32_t rc = parser.Binary(noWidth, &bytes, &count);
+  if (rc == 0) ctx.position = parser.Position();
   return rc;
 }
 

@@ -35,6 +35,12 @@ std::uint32_t ComposeTextValue(ZQCOMPOSECTX& ctx, const char* text, std::uint32_
 std::uint32_t ComposeBinaryValue(ZQCOMPOSECTX& ctx, const void* bytes,
                                  std::uint32_t count) noexcept;
 
+// One value in pointer mode, for readers that walk a stream value by value,
+// with the checks of ParseV: a text and its stored length without the NUL
+// (null and 0 for the null marker), and a byte string.
+std::uint32_t ParseTextAt(ZQPARSECTX& ctx, const char*& text, std::uint32_t& length) noexcept;
+std::uint32_t ParseBinaryAt(ZQPARSECTX& ctx, const void*& bytes, std::uint32_t& count) noexcept;
+
 // Appends raw bytes with the growth rule of a value of that many bytes.
 std::uint32_t ComposeRaw(ZQCOMPOSECTX& ctx, const void* bytes, std::uint32_t count) noexcept;
 
