@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "common/type_codes.h"
+#include "msg/compose_primitives.h"
 #include "msg/stream_engine.h"
 #include "os/edge.h"
 #include "os/memory.h"
@@ -15,9 +16,6 @@ namespace {
 static_assert(std::endian::native == std::endian::little,
               "stream integers are copied as they lie in memory");
 
-constexpr std::uint32_t kNullMarker = 0xFFFFFFFFu;
-constexpr std::uint64_t kMaxStream = 0xFFFFFFFFu;
-
 bool IsDigit(char c) noexcept {
   return c >= '0' && c <= '9';
 }
@@ -25,64 +23,6 @@ bool IsDigit(char c) noexcept {
 void SkipDigits(const char*& p) noexcept {
   while (IsDigit(*p))
     ++p;
-}
-
-// Grows the buffer so that `need` more bytes fit: by twice the capacity, or,
-// when that is not enough (an empty buffer), by the value plus 512 bytes.
-// A value that lies inside the old buffer (a context composing from its own
-// bytes) is re-pointed into the new one.
-[[gnu::noinline]] std::uint32_t Grow(ZQCOMPOSECTX& ctx, std::uint64_t need,
-                                     const void*& source) noexcept {
-  const std::uint64_t twice = 2 * std::uint64_t{ctx.capacity};
-  std::uint64_t capacity = ctx.capacity + (need > twice ? need + 512 : twice);
-  // A caller-owned context may hold a size past its capacity (its buffer
-  // freed, or a measured size): what is written must still fit.
-  if (capacity < ctx.size + need) capacity = ctx.size + need;
-  if (capacity > kMaxStream) capacity = kMaxStream;  // still fits: Reserve checked the end
-  const auto old = reinterpret_cast<std::uintptr_t>(ctx.buffer);
-  const auto from = reinterpret_cast<std::uintptr_t>(source);
-  const bool inside = ctx.buffer != nullptr && from >= old && from < old + ctx.capacity;
-  void* grown = os::Reallocate(ctx.buffer, capacity);
-  if (grown == nullptr) return kNoMemory;
-  ctx.buffer = static_cast<std::uint8_t*>(grown);
-  ctx.capacity = static_cast<std::uint32_t>(capacity);
-  if (inside) source = ctx.buffer + (from - old);
-  return 0;
-}
-
-// Makes room for `need` bytes at the write position. A stream's size is a
-// u32, so a stream that would pass 4 GiB cannot be composed.
-inline std::uint32_t Reserve(ZQCOMPOSECTX& ctx, std::uint64_t need, const void*& source) noexcept {
-  if (ctx.size + need > kMaxStream) return kNoMemory;
-  if (ctx.measureOnly) return 0;
-  if (ctx.buffer != nullptr && ctx.capacity >= ctx.size && ctx.capacity - ctx.size >= need) {
-    return 0;
-  }
-  return Grow(ctx, need, source);
-}
-
-// Appends `count` bytes (or only counts them while measuring).
-inline std::uint32_t PutBytes(ZQCOMPOSECTX& ctx, const void* bytes, std::uint64_t count) noexcept {
-  if (const std::uint32_t rc = Reserve(ctx, count, bytes)) return rc;
-  if (!ctx.measureOnly && count != 0) std::memcpy(ctx.buffer + ctx.size, bytes, count);
-  ctx.size += static_cast<std::uint32_t>(count);
-  return 0;
-}
-
-// Appends a u32 length and then `count` bytes, with one growth step.
-inline std::uint32_t PutPrefixed(ZQCOMPOSECTX& ctx, std::uint32_t length, const void* bytes,
-                                 std::uint64_t count) noexcept {
-  if (const std::uint32_t rc = Reserve(ctx, 4 + count, bytes)) return rc;
-  if (!ctx.measureOnly) {
-    std::memcpy(ctx.buffer + ctx.size, &length, 4);
-    if (count != 0) std::memcpy(ctx.buffer + ctx.size + 4, bytes, count);
-  }
-  ctx.size += static_cast<std::uint32_t>(4 + count);
-  return 0;
-}
-
-inline std::uint32_t PutNullMarker(ZQCOMPOSECTX& ctx) noexcept {
-  return PutBytes(ctx, &kNullMarker, 4);
 }
 
 std::uint32_t ComposeText(ZQCOMPOSECTX& ctx, const char*& p, const char* text) noexcept {
@@ -236,20 +176,26 @@ std::uint32_t Compose(ZQCOMPOSECTX& ctx, const char* format, ...) noexcept {
   return rc;
 }
 
-std::uint32_t ComposeTextValue(ZQCOMPOSECTX& ctx, const char* text, std::uint32_t length) noexcept {
-  if (text == nullptr) return PutNullMarker(ctx);
-  if (std::uint64_t{length} + 1 >= kNullMarker) return kNoMemory;
-  return PutPrefixed(ctx, length + 1, text, std::uint64_t{length} + 1);
-}
-
-std::uint32_t ComposeBinaryValue(ZQCOMPOSECTX& ctx, const void* bytes,
-                                 std::uint32_t count) noexcept {
-  if (bytes == nullptr) return count != 0 ? kWrongArguments : PutNullMarker(ctx);
-  return PutPrefixed(ctx, count, bytes, count);
-}
-
-std::uint32_t ComposeRaw(ZQCOMPOSECTX& ctx, const void* bytes, std::uint32_t count) noexcept {
-  return PutBytes(ctx, bytes, count);
+// Grows the buffer so that `need` more bytes fit: by twice the capacity, or,
+// when that is not enough (an empty buffer), by the value plus 512 bytes.
+// A value that lies inside the old buffer (a context composing from its own
+// bytes) is re-pointed into the new one.
+std::uint32_t Grow(ZQCOMPOSECTX& ctx, std::uint64_t need, const void*& source) noexcept {
+  const std::uint64_t twice = 2 * std::uint64_t{ctx.capacity};
+  std::uint64_t capacity = ctx.capacity + (need > twice ? need + 512 : twice);
+  // A caller-owned context may hold a size past its capacity (its buffer
+  // freed, or a measured size): what is written must still fit.
+  if (capacity < ctx.size + need) capacity = ctx.size + need;
+  if (capacity > kMaxStream) capacity = kMaxStream;  // still fits: Reserve checked the end
+  const auto old = reinterpret_cast<std::uintptr_t>(ctx.buffer);
+  const auto from = reinterpret_cast<std::uintptr_t>(source);
+  const bool inside = ctx.buffer != nullptr && from >= old && from < old + ctx.capacity;
+  void* grown = os::Reallocate(ctx.buffer, capacity);
+  if (grown == nullptr) return kNoMemory;
+  ctx.buffer = static_cast<std::uint8_t*>(grown);
+  ctx.capacity = static_cast<std::uint32_t>(capacity);
+  if (inside) source = ctx.buffer + (from - old);
+  return 0;
 }
 
 void FreeComposeBuffer(ZQCOMPOSECTX& ctx) noexcept {

@@ -62,7 +62,15 @@ CMessage::~CMessage() {
     Drop(users_[i].value);
   }
   if (users_ != firstUsers_) os::Release(users_);
-  os::Release(arena_);
+}
+
+CMessage* CMessage::CreateWithArena(std::uint32_t arenaSize) noexcept {
+  void* memory = os::Allocate(sizeof(CMessage) + std::size_t{arenaSize});
+  if (memory == nullptr) return nullptr;
+  auto* message = new (memory) CMessage();
+  message->arena_ = static_cast<std::uint8_t*>(memory) + sizeof(CMessage);
+  message->arenaSize_ = arenaSize;
+  return message;
 }
 
 void* CMessage::Take(std::size_t size) noexcept {
@@ -97,14 +105,19 @@ std::uint8_t* CMessage::CopyBytes(const void* value, std::uint32_t size) noexcep
 
 // A text is stored up to its first NUL, whatever size it came with.
 std::uint32_t CMessage::SetText(Text& field, const void* value, std::uint32_t size) noexcept {
+  if (value == nullptr) return SetTextOfLength(field, nullptr, 0);
+  const void* nul = std::memchr(value, 0, size);
+  const auto length = nul != nullptr ? static_cast<std::uint32_t>(static_cast<const char*>(nul) -
+                                                                  static_cast<const char*>(value))
+                                     : size;
+  return SetTextOfLength(field, static_cast<const char*>(value), length);
+}
+
+std::uint32_t CMessage::SetTextOfLength(Text& field, const char* text,
+                                        std::uint32_t length) noexcept {
   char* copy = nullptr;
-  std::uint32_t length = 0;
-  if (value != nullptr) {
-    const void* nul = std::memchr(value, 0, size);
-    length = nul != nullptr ? static_cast<std::uint32_t>(static_cast<const char*>(nul) -
-                                                         static_cast<const char*>(value))
-                            : size;
-    copy = CopyText(value, length);
+  if (text != nullptr) {
+    copy = CopyText(text, length);
     if (copy == nullptr) return kNoMemory;
   }
   Drop(field.text);

@@ -20,6 +20,10 @@ struct UserField {
 class CMessage : public common::CRefCounted {
  public:
   static CMessage* From(HZQMSG handle) noexcept { return reinterpret_cast<CMessage*>(handle); }
+
+  // A new message with room for `arenaSize` bytes of copies right behind
+  // it, in the same allocation; null when memory runs out.
+  static CMessage* CreateWithArena(std::uint32_t arenaSize) noexcept;
   HZQMSG Handle() noexcept { return reinterpret_cast<HZQMSG>(this); }
 
   // See ZqMsgSetField and ZqMsgGetBinaryField.
@@ -62,10 +66,13 @@ class CMessage : public common::CRefCounted {
     std::uint32_t length = 0;
   };
   std::uint32_t SetText(Text& field, const void* value, std::uint32_t size) noexcept;
+  // Stores a text of exactly `length` characters (no NUL among them).
+  std::uint32_t SetTextOfLength(Text& field, const char* text, std::uint32_t length) noexcept;
 
   // Storage for copies: the arena while it has room (a load sizes it to the
-  // block, which bounds everything copied out of it), else the heap. A
-  // pointer into the arena is never released on its own.
+  // block, which bounds everything copied out of it), else the heap. The
+  // arena lies behind the object and goes with it; a pointer into it is
+  // never released on its own.
   void* Take(std::size_t size) noexcept;
   void Drop(void* block) noexcept;
   char* CopyText(const void* value, std::uint32_t length) noexcept;

@@ -208,7 +208,7 @@ ZQ_API uint32_t ZqMsgSaveMessageToBlock(HZQMSG message, void* buffer, uint32_t* 
 ZQ_API uint32_t ZqMsgCreateMessageFromBlock(const void* block, uint32_t size, HZQMSG* message,
                                             uint32_t* used) {
   if (block == nullptr || message == nullptr) return kWrongArguments;
-  CMessage* created = zq::os::NewObject<CMessage>();
+  CMessage* created = CMessage::CreateWithArena(size);
   if (created == nullptr) return kNoMemory;
   uint32_t consumed = 0;
   const uint32_t rc = created->LoadBlock(static_cast<const uint8_t*>(block), size, consumed);

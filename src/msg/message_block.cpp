@@ -51,11 +51,6 @@ std::uint32_t CMessage::ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept {
 std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
                                   std::uint32_t& used) noexcept {
   used = 0;
-  if (size != 0) {
-    arena_ = static_cast<std::uint8_t*>(os::Allocate(size));
-    if (arena_ == nullptr) return kNoMemory;
-    arenaSize_ = size;
-  }
   ZQPARSECTX ctx{block, size, 0};
   const char* signature = nullptr;
   std::uint32_t version = 0;
@@ -66,13 +61,14 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
   std::uint32_t bodySize = 0;
   std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, kHeaderFormat, &signature, &version,
                            &type_, &sendId_, &replyId_, &from, &to, &body, &bodySize, &category);
-  if (rc == 0 && from != nullptr)
-    rc = SetText(from_, from, static_cast<std::uint32_t>(std::strlen(from)));
-  if (rc == 0 && to != nullptr) rc = SetText(to_, to, static_cast<std::uint32_t>(std::strlen(to)));
+  // A text ends at its first NUL, as it does when an application sets it.
+  const auto length = [](const char* text) {
+    return text != nullptr ? static_cast<std::uint32_t>(std::strlen(text)) : 0u;
+  };
+  if (rc == 0) rc = SetTextOfLength(from_, from, length(from));
+  if (rc == 0) rc = SetTextOfLength(to_, to, length(to));
   if (rc == 0) rc = SetBody(body, bodySize);
-  if (rc == 0 && category != nullptr) {
-    rc = SetText(category_, category, static_cast<std::uint32_t>(std::strlen(category)));
-  }
+  if (rc == 0) rc = SetTextOfLength(category_, category, length(category));
   if (rc != 0) return rc;
   used = ctx.position;
   try {

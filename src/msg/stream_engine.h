@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdint>
 
+#include "msg/compose_primitives.h"
 #include "zqsys/zqstream.h"
 
 namespace zq::msg {
@@ -28,21 +29,11 @@ std::uint32_t Compose(ZQCOMPOSECTX& ctx, const char* format, ...) noexcept;
 std::uint32_t Parse(ZQPARSECTX& ctx, ParseMode mode, ZqAllocFunc allocator, const char* format,
                     ...) noexcept;
 
-// One value in the stream encoding, for writers that know their lengths:
-// a text of `length` characters (null: the null marker) and a byte string
-// (null with count 0: the null marker).
-std::uint32_t ComposeTextValue(ZQCOMPOSECTX& ctx, const char* text, std::uint32_t length) noexcept;
-std::uint32_t ComposeBinaryValue(ZQCOMPOSECTX& ctx, const void* bytes,
-                                 std::uint32_t count) noexcept;
-
 // One value in pointer mode, for readers that walk a stream value by value,
 // with the checks of ParseV: a text and its stored length without the NUL
 // (null and 0 for the null marker), and a byte string.
 std::uint32_t ParseTextAt(ZQPARSECTX& ctx, const char*& text, std::uint32_t& length) noexcept;
 std::uint32_t ParseBinaryAt(ZQPARSECTX& ctx, const void*& bytes, std::uint32_t& count) noexcept;
-
-// Appends raw bytes with the growth rule of a value of that many bytes.
-std::uint32_t ComposeRaw(ZQCOMPOSECTX& ctx, const void* bytes, std::uint32_t count) noexcept;
 
 // Frees the context's buffer and clears it.
 void FreeComposeBuffer(ZQCOMPOSECTX& ctx) noexcept;

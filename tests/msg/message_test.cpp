@@ -404,7 +404,7 @@ TEST(MessageObject, OutOfMemoryAtEveryStep) {
     EXPECT_EQ(rc, ZQERR_COMMON_NO_MEMORY) << n;
     ++failures;
   }
-  EXPECT_GE(failures, 2);  // the message and the arena its copies go into
+  EXPECT_GE(failures, 1);  // the message, with the arena its copies go into
 
   // Setting fields on a loaded message takes memory of its own.
   HZQMSG loaded = nullptr;
