@@ -66,7 +66,7 @@ class CMessage : public common::CRefCounted {
     std::uint32_t length = 0;
   };
   std::uint32_t SetText(Text& field, const void* value, std::uint32_t size) noexcept;
-  // Stores a text of exactly `length` characters (no NUL among them).
+  // Stores exactly `length` bytes of text and a NUL after them.
   std::uint32_t SetTextOfLength(Text& field, const char* text, std::uint32_t length) noexcept;
 
   // Storage for copies: the arena while it has room (a load sizes it to the

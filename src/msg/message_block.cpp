@@ -57,35 +57,38 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
   const char* from = nullptr;
   const char* to = nullptr;
   const char* category = nullptr;
+  std::uint32_t fromLength = 0, toLength = 0, categoryLength = 0;
   const void* body = nullptr;
   std::uint32_t bodySize = 0;
-  std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, kHeaderFormat, &signature, &version,
-                           &type_, &sendId_, &replyId_, &from, &to, &body, &bodySize, &category);
-  // A text ends at its first NUL, as it does when an application sets it.
-  const auto length = [](const char* text) {
-    return text != nullptr ? static_cast<std::uint32_t>(std::strlen(text)) : 0u;
-  };
-  if (rc == 0) rc = SetTextOfLength(from_, from, length(from));
-  if (rc == 0) rc = SetTextOfLength(to_, to, length(to));
+  std::uint32_t rc = ParseTextAt(ctx, signature, version);
+  if (rc == 0) {
+    rc =
+        Parse(ctx, ParseMode::kPointer, nullptr, "u4u4u8u8", &version, &type_, &sendId_, &replyId_);
+  }
+  if (rc == 0) rc = ParseTextAt(ctx, from, fromLength);
+  if (rc == 0) rc = ParseTextAt(ctx, to, toLength);
+  if (rc == 0) rc = ParseBinaryAt(ctx, body, bodySize);
+  if (rc == 0) rc = ParseTextAt(ctx, category, categoryLength);
+  // Texts keep the bytes the block stores for them.
+  if (rc == 0) rc = SetTextOfLength(from_, from, fromLength);
+  if (rc == 0) rc = SetTextOfLength(to_, to, toLength);
   if (rc == 0) rc = SetBody(body, bodySize);
-  if (rc == 0) rc = SetTextOfLength(category_, category, length(category));
+  if (rc == 0) rc = SetTextOfLength(category_, category, categoryLength);
   if (rc != 0) return rc;
   used = ctx.position;
   try {
     std::unordered_map<std::string_view, std::uint32_t> index;
     while (rc == 0 && ctx.position < ctx.size) {
       const char* name = nullptr;
-      std::uint32_t stored = 0;
+      std::uint32_t length = 0;
       const void* value = nullptr;
       std::uint32_t valueSize = 0;
-      rc = ParseTextAt(ctx, name, stored);
+      rc = ParseTextAt(ctx, name, length);
       if (rc == 0) rc = ParseBinaryAt(ctx, value, valueSize);
       if (rc != 0) break;
       used = ctx.position;
       if (name == nullptr) break;  // the terminator
-      // A name ends at its first NUL, as it does when an application sets it.
-      const auto length = static_cast<std::uint32_t>(std::strlen(name));
-      if (length == 0) {
+      if (name[0] == '\0') {
         rc = kWrongArguments;  // as ZqMsgSetField refuses an empty name
       } else if (FindSystemField(name) != nullptr) {
         rc = SetField(name, value, valueSize);
