@@ -3,7 +3,6 @@
 #include <cstring>
 #include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "os/memory.h"
@@ -277,34 +276,6 @@ TEST(Compose, OutOfMemory) {
   EXPECT_EQ(zqtest::ComposerBytes(composer), (Bytes{7, 0, 0, 0, 1}));
   zq::os::FailAllocationAfter(-1);
   EXPECT_EQ(ZqSysCompose(composer, "c", big.c_str()), 0u);
-  ZqSysFreeComposer(composer);
-}
-
-// A handle shared by threads: each duplicates and releases it many times
-// while the owner keeps composing; the last release frees it.
-TEST(Compose, HandleSharedAcrossThreads) {
-  HZQCOMPOSER composer = nullptr;
-  ASSERT_EQ(ZqSysCreateBinaryComposer(&composer), 0u);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    HZQCOMPOSER mine = nullptr;
-    ASSERT_EQ(ZqSysDuplicateComposer(composer, &mine), 0u);
-    threads.emplace_back([mine] {
-      for (int i = 0; i < 10000; ++i) {
-        HZQCOMPOSER extra = nullptr;
-        ZqSysDuplicateComposer(mine, &extra);
-        ZqSysFreeComposer(extra);
-      }
-      ZqSysFreeComposer(mine);
-    });
-  }
-  for (int i = 0; i < 1000; ++i)
-    ASSERT_EQ(ZqSysCompose(composer, "u4", i), 0u);
-  for (auto& thread : threads)
-    thread.join();
-  uint32_t size = 0;
-  EXPECT_EQ(ZqSysComposeGetSize(composer, &size), 0u);
-  EXPECT_EQ(size, 4000u);
   ZqSysFreeComposer(composer);
 }
 
