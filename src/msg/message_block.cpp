@@ -12,7 +12,6 @@
 namespace zq::msg {
 namespace {
 
-constexpr const char* kHeaderFormat = "cu4u4u8u8ccbc";
 constexpr const char* kSignature = "ZORK";
 constexpr std::uint32_t kBlockVersion = 1;
 constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
