@@ -57,6 +57,9 @@ class Parser {
   [[gnu::always_inline]] inline std::uint32_t Fixed(void* dest, std::uint32_t size) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Integer(const char*& p, void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Time(void* dest) noexcept;
+  // The u32 length in front of a text or byte string, not yet passed.
+  [[gnu::always_inline]] inline std::uint32_t PeekLength(const void* dest,
+                                                         std::uint32_t& length) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Counted(const char*& p, void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Decimal(const char*& p, void* dest) noexcept;
 
@@ -132,6 +135,14 @@ inline std::uint32_t Parser<kMode>::DeliverNull(void* dest, std::uint32_t zeroBy
 }
 
 template <ParseMode kMode>
+inline std::uint32_t Parser<kMode>::PeekLength(const void* dest, std::uint32_t& length) noexcept {
+  if (dest == nullptr) return kWrongArguments;
+  if (Remaining() < 4) return kBadBlock;
+  std::memcpy(&length, Here(), 4);
+  return 0;
+}
+
+template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Fixed(void* dest, std::uint32_t size) noexcept {
   if (dest == nullptr) return kWrongArguments;
   if (Remaining() < size) return kBadBlock;
@@ -171,10 +182,8 @@ inline std::uint32_t Parser<kMode>::Time(void* dest) noexcept {
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Text(const char*& p, void* dest, bool wide) noexcept {
   const std::uint64_t width = ReadFormatWidth(p);
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < 4) return kBadBlock;
   std::uint32_t length;
-  std::memcpy(&length, Here(), 4);
+  if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
     if (const std::uint32_t rc = DeliverNull(dest, wide ? 2 : 1)) return rc;
     Advance(4);
@@ -200,10 +209,8 @@ template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest,
                                            std::uint32_t* count) noexcept {
   const std::uint32_t width = ReadFormatWidth(p);
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < 4) return kBadBlock;
   std::uint32_t length;
-  std::memcpy(&length, Here(), 4);
+  if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
     if (const std::uint32_t rc = DeliverNull(dest, 0)) return rc;
     if (count != nullptr) *count = 0;
@@ -222,10 +229,8 @@ inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest,
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Counted(const char*& p, void* dest) noexcept {
   const std::uint32_t width = ReadFormatWidth(p);
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < 4) return kBadBlock;
   std::uint32_t length;
-  std::memcpy(&length, Here(), 4);
+  if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
     if (const std::uint32_t rc = DeliverNull(dest, 4)) return rc;
     Advance(4);
