@@ -15,10 +15,6 @@ constexpr std::uint32_t kMoreUserFields = 8;
 
 }  // namespace
 
-void* LibraryAllocate(std::size_t size) noexcept {
-  return os::Allocate(size);
-}
-
 // The system fields: a name and where the value lives. Texts are owned and
 // NUL-terminated; the fixed fields take exactly their width.
 struct CMessage::SystemField {

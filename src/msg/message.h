@@ -100,7 +100,4 @@ class CMessage : public common::CRefCounted {
 std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, const char* name,
                                  const void** value, std::uint32_t* valueSize) noexcept;
 
-// The library's allocator in the form the parse engine takes.
-void* LibraryAllocate(std::size_t size) noexcept;
-
 }  // namespace zq::msg

@@ -18,6 +18,54 @@ constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
 // User fields past this many are looked up through an index while loading.
 constexpr std::uint32_t kIndexedFrom = 32;
 
+// A block's header as it lies in the block: the fixed values point into it,
+// texts come with their stored length (without the NUL), null when absent.
+struct HeaderView {
+  const std::uint8_t* type = nullptr;
+  const std::uint8_t* sendId = nullptr;
+  const std::uint8_t* replyId = nullptr;
+  const char* from = nullptr;
+  const char* to = nullptr;
+  const char* category = nullptr;
+  const void* body = nullptr;
+  std::uint32_t fromLength = 0, toLength = 0, categoryLength = 0, bodySize = 0;
+};
+
+// The signature and version are read and not checked: any header that
+// parses is accepted.
+std::uint32_t ParseHeaderView(ZQPARSECTX& ctx, HeaderView& h) noexcept {
+  const char* signature = nullptr;
+  std::uint32_t signatureLength = 0, skip32 = 0;
+  std::uint64_t skip64 = 0;
+  std::uint32_t rc = ParseTextAt(ctx, signature, signatureLength);
+  if (rc == 0) {
+    const std::uint8_t* fixed = ctx.buffer + ctx.position;
+    rc = Parse(ctx, ParseMode::kPointer, nullptr, "u4u4u8u8", &skip32, &skip32, &skip64, &skip64);
+    h.type = fixed + 4;
+    h.sendId = fixed + 8;
+    h.replyId = fixed + 16;
+  }
+  if (rc == 0) rc = ParseTextAt(ctx, h.from, h.fromLength);
+  if (rc == 0) rc = ParseTextAt(ctx, h.to, h.toLength);
+  if (rc == 0) rc = ParseBinaryAt(ctx, h.body, h.bodySize);
+  if (rc == 0) rc = ParseTextAt(ctx, h.category, h.categoryLength);
+  return rc;
+}
+
+// One user field's "cb" pair; a null name is the terminator.
+struct PairView {
+  const char* name = nullptr;
+  std::uint32_t nameLength = 0;
+  const void* value = nullptr;
+  std::uint32_t size = 0;
+};
+
+std::uint32_t ParsePair(ZQPARSECTX& ctx, PairView& pair) noexcept {
+  std::uint32_t rc = ParseTextAt(ctx, pair.name, pair.nameLength);
+  if (rc == 0) rc = ParseBinaryAt(ctx, pair.value, pair.size);
+  return rc;
+}
+
 }  // namespace
 
 // The header "cu4u4u8u8ccbc", a "cb" pair per user field, and a null pair,
@@ -51,48 +99,36 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
                                   std::uint32_t& used) noexcept {
   used = 0;
   ZQPARSECTX ctx{block, size, 0};
-  const char* signature = nullptr;
-  std::uint32_t version = 0;
-  const char* from = nullptr;
-  const char* to = nullptr;
-  const char* category = nullptr;
-  std::uint32_t fromLength = 0, toLength = 0, categoryLength = 0;
-  const void* body = nullptr;
-  std::uint32_t bodySize = 0;
-  std::uint32_t rc = ParseTextAt(ctx, signature, version);
+  HeaderView h;
+  std::uint32_t rc = ParseHeaderView(ctx, h);
   if (rc == 0) {
-    rc =
-        Parse(ctx, ParseMode::kPointer, nullptr, "u4u4u8u8", &version, &type_, &sendId_, &replyId_);
+    std::memcpy(&type_, h.type, 4);
+    std::memcpy(&sendId_, h.sendId, 8);
+    std::memcpy(&replyId_, h.replyId, 8);
+    // Texts keep the bytes the block stores for them.
+    rc = SetTextOfLength(from_, h.from, h.fromLength);
   }
-  if (rc == 0) rc = ParseTextAt(ctx, from, fromLength);
-  if (rc == 0) rc = ParseTextAt(ctx, to, toLength);
-  if (rc == 0) rc = ParseBinaryAt(ctx, body, bodySize);
-  if (rc == 0) rc = ParseTextAt(ctx, category, categoryLength);
-  // Texts keep the bytes the block stores for them.
-  if (rc == 0) rc = SetTextOfLength(from_, from, fromLength);
-  if (rc == 0) rc = SetTextOfLength(to_, to, toLength);
-  if (rc == 0) rc = SetBody(body, bodySize);
-  if (rc == 0) rc = SetTextOfLength(category_, category, categoryLength);
+  if (rc == 0) rc = SetTextOfLength(to_, h.to, h.toLength);
+  if (rc == 0) rc = SetBody(h.body, h.bodySize);
+  if (rc == 0) rc = SetTextOfLength(category_, h.category, h.categoryLength);
   if (rc != 0) return rc;
   used = ctx.position;
   try {
     std::unordered_map<std::string_view, std::uint32_t> index;
     while (rc == 0 && ctx.position < ctx.size) {
-      const char* name = nullptr;
-      std::uint32_t length = 0;
-      const void* value = nullptr;
-      std::uint32_t valueSize = 0;
-      rc = ParseTextAt(ctx, name, length);
-      if (rc == 0) rc = ParseBinaryAt(ctx, value, valueSize);
+      PairView pair;
+      rc = ParsePair(ctx, pair);
       if (rc != 0) break;
       used = ctx.position;
+      const char* name = pair.name;
+      const std::uint32_t length = pair.nameLength;
       if (name == nullptr) break;  // the terminator
       if (name[0] == '\0') {
         rc = kWrongArguments;  // as ZqMsgSetField refuses an empty name
       } else if (FindSystemField(name) != nullptr) {
-        rc = SetField(name, value, valueSize);
+        rc = SetField(name, pair.value, pair.size);
       } else if (userCount_ < kIndexedFrom) {
-        rc = SetUserFieldAt(FindUserField(name, length), name, length, value, valueSize);
+        rc = SetUserFieldAt(FindUserField(name, length), name, length, pair.value, pair.size);
       } else {
         if (index.empty()) {
           for (std::uint32_t i = 0; i < userCount_; ++i) {
@@ -100,8 +136,8 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
           }
         }
         const auto found = index.find(std::string_view(name, length));
-        rc = SetUserFieldAt(found != index.end() ? found->second : kAppend, name, length, value,
-                            valueSize);
+        rc = SetUserFieldAt(found != index.end() ? found->second : kAppend, name, length,
+                            pair.value, pair.size);
         if (rc == 0 && found == index.end()) {
           const UserField& added = users_[userCount_ - 1];
           index.emplace(std::string_view(added.name, added.nameLength), userCount_ - 1);
@@ -116,56 +152,18 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
 
 namespace {
 
-// Where each header value lies in a block, read without copying.
-struct HeaderView {
-  const std::uint8_t* type = nullptr;
-  const std::uint8_t* sendId = nullptr;
-  const std::uint8_t* replyId = nullptr;
-  const char* from = nullptr;
-  const char* to = nullptr;
-  const char* category = nullptr;
-  const std::uint8_t* body = nullptr;
-  std::uint32_t fromSize = 0, toSize = 0, categorySize = 0, bodySize = 0;
-};
-
-// A text in pointer mode and the size a field of it has: with its NUL.
-std::uint32_t ParseTextView(ZQPARSECTX& ctx, const char*& text, std::uint32_t& size) noexcept {
-  std::uint32_t length = 0;
-  const std::uint32_t rc = ParseTextAt(ctx, text, length);
-  if (rc == 0 && text != nullptr) size = length + 1;
-  return rc;
-}
-
-std::uint32_t ParseHeaderView(ZQPARSECTX& ctx, HeaderView& h) noexcept {
-  const char* signature = nullptr;
-  std::uint32_t skip32;
-  std::uint64_t skip64;
-  std::uint32_t rc = Parse(ctx, ParseMode::kPointer, nullptr, "cu4", &signature, &skip32);
-  if (rc == 0) {
-    h.type = ctx.buffer + ctx.position;
-    rc = Parse(ctx, ParseMode::kPointer, nullptr, "u4", &skip32);
-  }
-  if (rc == 0) {
-    h.sendId = ctx.buffer + ctx.position;
-    rc = Parse(ctx, ParseMode::kPointer, nullptr, "u8", &skip64);
-  }
-  if (rc == 0) {
-    h.replyId = ctx.buffer + ctx.position;
-    rc = Parse(ctx, ParseMode::kPointer, nullptr, "u8", &skip64);
-  }
-  if (rc == 0) rc = ParseTextView(ctx, h.from, h.fromSize);
-  if (rc == 0) rc = ParseTextView(ctx, h.to, h.toSize);
-  if (rc == 0) rc = Parse(ctx, ParseMode::kPointer, nullptr, "b", &h.body, &h.bodySize);
-  if (rc == 0) rc = ParseTextView(ctx, h.category, h.categorySize);
-  return rc;
-}
-
 std::uint32_t Deliver(const void* value, std::uint32_t size, const void** out,
                       std::uint32_t* outSize) noexcept {
   if (value == nullptr) return kFieldNotFound;
   *out = value;
   *outSize = size;
   return 0;
+}
+
+// A text field's size counts its NUL.
+std::uint32_t DeliverText(const char* text, std::uint32_t length, const void** out,
+                          std::uint32_t* outSize) noexcept {
+  return Deliver(text, length + 1, out, outSize);
 }
 
 }  // namespace
@@ -176,28 +174,24 @@ std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, 
   HeaderView h;
   if (const std::uint32_t rc = ParseHeaderView(ctx, h)) return rc;
   if (std::strcmp(name, ZQMSG_FIELD_FROM) == 0)
-    return Deliver(h.from, h.fromSize, value, valueSize);
-  if (std::strcmp(name, ZQMSG_FIELD_TO) == 0) return Deliver(h.to, h.toSize, value, valueSize);
+    return DeliverText(h.from, h.fromLength, value, valueSize);
+  if (std::strcmp(name, ZQMSG_FIELD_TO) == 0)
+    return DeliverText(h.to, h.toLength, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_BODY) == 0)
     return Deliver(h.body, h.bodySize, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_TYPE) == 0) return Deliver(h.type, 4, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_SENDID) == 0) return Deliver(h.sendId, 8, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_REPLYID) == 0) return Deliver(h.replyId, 8, value, valueSize);
   if (std::strcmp(name, ZQMSG_FIELD_CATEGORY) == 0) {
-    return Deliver(h.category, h.categorySize, value, valueSize);
+    return DeliverText(h.category, h.categoryLength, value, valueSize);
   }
   while (ctx.position < ctx.size) {
-    const char* fieldName = nullptr;
-    const void* fieldValue = nullptr;
-    std::uint32_t fieldSize = 0;
-    if (const std::uint32_t rc =
-            Parse(ctx, ParseMode::kPointer, nullptr, "cb", &fieldName, &fieldValue, &fieldSize)) {
-      return rc;
-    }
-    if (fieldName == nullptr) break;
-    if (std::strcmp(fieldName, name) == 0) {
-      *value = fieldValue;
-      *valueSize = fieldSize;
+    PairView pair;
+    if (const std::uint32_t rc = ParsePair(ctx, pair)) return rc;
+    if (pair.name == nullptr) break;
+    if (std::strcmp(pair.name, name) == 0) {
+      *value = pair.value;
+      *valueSize = pair.size;
       return 0;
     }
   }
