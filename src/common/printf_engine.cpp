@@ -92,19 +92,20 @@ constexpr Conversion kConversions[] = {
     {'p', Kind::kPointer, 16, false, false, kUpper, "0x"},
 };
 
-// Row + 1 of each character's first row in the table; 0 for none.
-constexpr auto kRowOf = [] {
-  std::array<std::uint8_t, 128> rows{};
+// The table indexed by character, so that a conversion costs one lookup; the
+// first row of a character wins. Characters without a row have letter 0.
+constexpr auto kByCharacter = [] {
+  std::array<Conversion, 128> rows{};
   for (std::size_t i = sizeof(kConversions) / sizeof(kConversions[0]); i-- > 0;) {
-    rows[static_cast<unsigned char>(kConversions[i].letter)] = static_cast<std::uint8_t>(i + 1);
+    rows[static_cast<unsigned char>(kConversions[i].letter)] = kConversions[i];
   }
   return rows;
 }();
 
 const Conversion* FindConversion(char letter) noexcept {
   const auto c = static_cast<unsigned char>(letter);
-  if (c >= kRowOf.size() || kRowOf[c] == 0) return nullptr;
-  return &kConversions[kRowOf[c] - 1];
+  if (c >= kByCharacter.size() || kByCharacter[c].letter == 0) return nullptr;
+  return &kByCharacter[c];
 }
 
 struct Spec {
@@ -139,7 +140,8 @@ int Magnitude(int value) noexcept {
 
 // Parses flags, width, precision and length modifier; returns the position of
 // the conversion character.
-const char* ParseSpec(const char* f, Spec& spec, ArgList& args) noexcept {
+[[gnu::always_inline]] inline const char* ParseSpec(const char* f, Spec& spec,
+                                                    ArgList& args) noexcept {
   for (;; ++f) {
     switch (*f) {
       case '-':
@@ -200,25 +202,33 @@ const char* ParseSpec(const char* f, Spec& spec, ArgList& args) noexcept {
 }
 
 // Digits of `value` in `base`, written backwards so that they end at `end`.
-char* PutDigits(std::uint64_t value, unsigned base, std::uint8_t digit_set, char* end) noexcept {
+[[gnu::always_inline]] inline char* PutDigits(std::uint64_t value, unsigned base,
+                                              std::uint8_t digit_set, char* end) noexcept {
   static constexpr char kPairs[] =
       "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
       "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
       "8081828384858687888990919293949596979899";
   char* p = end;
   if (base == 10) {
-    while (value >= 100) {
+    // Most values fit 32 bits, whose division by 100 is cheaper.
+    while (value > 0xFFFFFFFFu) {
       const auto pair = static_cast<unsigned>(value % 100) * 2;
       value /= 100;
       *--p = kPairs[pair + 1];
       *--p = kPairs[pair];
     }
-    if (value >= 10) {
-      const auto pair = static_cast<unsigned>(value) * 2;
+    auto small = static_cast<std::uint32_t>(value);
+    while (small >= 100) {
+      const unsigned pair = small % 100 * 2;
+      small /= 100;
       *--p = kPairs[pair + 1];
       *--p = kPairs[pair];
+    }
+    if (small >= 10) {
+      *--p = kPairs[small * 2 + 1];
+      *--p = kPairs[small * 2];
     } else {
-      *--p = static_cast<char>('0' + value);
+      *--p = static_cast<char>('0' + small);
     }
     return p;
   }
@@ -239,8 +249,9 @@ char SignOf(bool negative, const Spec& spec) noexcept {
 }
 
 // Integer text ending at `end`; returns its start.
-char* FormatInteger(std::uint64_t magnitude, bool negative, const Spec& spec, const Conversion& c,
-                    char* end) noexcept {
+[[gnu::always_inline]] inline char* FormatInteger(std::uint64_t magnitude, bool negative,
+                                                  const Spec& spec, const Conversion& c,
+                                                  char* end) noexcept {
   const char sign = c.is_signed ? SignOf(negative, spec) : 0;
   int precision = spec.precision;
   if (spec.zero && spec.width > 0) {
@@ -259,17 +270,31 @@ char* FormatInteger(std::uint64_t magnitude, bool negative, const Spec& spec, co
   return p;
 }
 
+// Exactly eight decimal digits of `value` (below 10^8) at `out`.
+void PutEightDigits(std::uint32_t value, char* out) noexcept {
+  char* end = out + 8;
+  char* p = PutDigits(value, 10, kUpper, end);
+  while (p > out)
+    *--p = '0';
+}
+
 // The float digit generator: at most 16 significant digits, then zeros.
 class FloatDigits {
  public:
   // `value` is normalised into [1, 10), or 0.
   explicit FloatDigits(long double value) noexcept {
-    auto n = static_cast<std::uint64_t>(value * 1e15L);
-    if (n > 9999999999999999ull) n = 9999999999999999ull;
-    for (int i = 15; i >= 0; --i) {
-      digits_[i] = static_cast<char>('0' + n % 10);
-      n /= 10;
-    }
+    // The first 16 digits at once: floor(value * 1e15). llrintl rounds
+    // without touching the x87 control word, which a truncating conversion
+    // would; the compare turns the rounding into a floor.
+    const long double scaled = value * 1e15L;
+    long long n = std::llrintl(scaled);
+    if (static_cast<long double>(n) > scaled) --n;
+    if (n > 9999999999999999ll) n = 9999999999999999ll;
+    if (n < 0) n = 0;
+    const auto high = static_cast<std::uint32_t>(n / 100000000);
+    const auto low = static_cast<std::uint32_t>(n % 100000000);
+    PutEightDigits(high, digits_);
+    PutEightDigits(low, digits_ + 8);
   }
   char Next() noexcept { return next_ < 16 ? digits_[next_++] : '0'; }
 
@@ -326,8 +351,8 @@ int Normalise(long double& v) noexcept {
   return exp;
 }
 
-char* StripTrailingZeros(char* begin, char* p) noexcept {
-  if (std::memchr(begin, '.', static_cast<std::size_t>(p - begin)) == nullptr) return p;
+// Drops trailing fraction zeros and then a bare point; the text has a point.
+char* StripTrailingZeros(char* p) noexcept {
   while (p[-1] == '0')
     --p;
   if (p[-1] == '.') --p;
@@ -373,6 +398,8 @@ std::size_t FormatFloat(double argument, const Spec& spec, const Conversion& c,
   if (!exponent_form && exp + precision >= 970) exponent_form = true;
 
   FloatDigits digits(v);
+  const bool point = precision > 0 || spec.alternate;
+  strip = strip && point;
   char* p = out;
   if (sign != 0) *p++ = sign;
   char* const body = p;
@@ -383,18 +410,18 @@ std::size_t FormatFloat(double argument, const Spec& spec, const Conversion& c,
       for (int i = exp; i >= 0; --i)
         *p++ = digits.Next();
     }
-    if (precision > 0 || spec.alternate) *p++ = '.';
+    if (point) *p++ = '.';
     for (int e = exp + 1; e < 0 && precision > 0; ++e, --precision)
       *p++ = '0';
     while (precision-- > 0)
       *p++ = digits.Next();
-    if (strip) p = StripTrailingZeros(body, p);
+    if (strip) p = StripTrailingZeros(p);
   } else {
     *p++ = digits.Next();
-    if (precision > 0 || spec.alternate) *p++ = '.';
+    if (point) *p++ = '.';
     while (precision-- > 0)
       *p++ = digits.Next();
-    if (strip) p = StripTrailingZeros(body, p);
+    if (strip) p = StripTrailingZeros(p);
     if (exp != 0 || c.kind == Kind::kExponent) {
       *p++ = c.digits == kUpper ? 'E' : 'e';
       *p++ = exp < 0 ? '-' : '+';
@@ -567,6 +594,21 @@ std::size_t FormatDecimalValue(const void* value, std::int32_t precision, const 
   return size - 1;
 }
 
+// The next "%" or the end. Runs between conversions are mostly a few
+// characters, which a plain loop finds faster than a library call; longer
+// ones go to strchrnul's wide compares.
+[[gnu::always_inline]] inline const char* FindPercent(const char* f) noexcept {
+  static constexpr auto kStops = [] {
+    std::array<bool, 256> stops{};
+    stops['%'] = stops['\0'] = true;
+    return stops;
+  }();
+  for (int i = 0; i < 8; ++i, ++f) {
+    if (kStops[static_cast<unsigned char>(*f)]) return f;
+  }
+  return strchrnul(f, '%');
+}
+
 // Writes `count` blanks through `out`.
 template <class Out>
 void PutBlanks(Out& out, std::size_t count) {
@@ -578,12 +620,12 @@ void PutBlanks(Out& out, std::size_t count) {
 }
 
 template <class Out>
-int RunEngine(Out& out, const char* format, ArgList& args) {
+[[gnu::always_inline]] inline int RunEngine(Out& out, const char* format, ArgList& args) {
   char scratch[kScratchSize];
   std::int64_t count = 0;
   const char* f = format;
   for (;;) {
-    const char* percent = strchrnul(f, '%');
+    const char* percent = FindPercent(f);
     if (percent != f) {
       out(f, static_cast<std::size_t>(percent - f));
       count += percent - f;
@@ -728,6 +770,41 @@ int RunEngine(Out& out, const char* format, ArgList& args) {
   return count > INT_MAX ? INT_MAX : static_cast<int>(count);
 }
 
+// memcpy for the short pieces most formats are made of: overlapping fixed-size
+// moves that read and write only the n bytes, without a library call.
+[[gnu::always_inline]] inline void CopyPiece(char* to, const char* from, std::size_t n) noexcept {
+  if (n > 16) {
+    std::memcpy(to, from, n);
+  } else if (n >= 8) {
+    std::uint64_t head, tail;
+    std::memcpy(&head, from, 8);
+    std::memcpy(&tail, from + n - 8, 8);
+    std::memcpy(to, &head, 8);
+    std::memcpy(to + n - 8, &tail, 8);
+  } else if (n >= 4) {
+    std::uint32_t head, tail;
+    std::memcpy(&head, from, 4);
+    std::memcpy(&tail, from + n - 4, 4);
+    std::memcpy(to, &head, 4);
+    std::memcpy(to + n - 4, &tail, 4);
+  } else if (n > 0) {
+    to[0] = from[0];
+    to[n / 2] = from[n / 2];
+    to[n - 1] = from[n - 1];
+  }
+}
+
+// The sink of the fixed-buffer and growing forms. A fixed buffer cuts pieces
+// to fit; a growing text starts in a stack buffer and moves to the heap when
+// it outgrows it.
+struct PrintfSink {
+  char* initial = nullptr;   // the buffer the text starts in
+  char* text = nullptr;      // where the text is now; null after a failed allocation
+  std::size_t stored = 0;    // characters kept
+  std::size_t total = 0;     // characters offered, kept or not
+  std::size_t capacity = 0;  // bytes at `text`, terminator included
+};
+
 // Moves a growing text to a block that holds `length` more characters.
 bool GrowSink(PrintfSink& sink, std::size_t length) noexcept {
   const std::size_t capacity = sink.stored + 2 * length + 1;
@@ -745,19 +822,28 @@ bool GrowSink(PrintfSink& sink, std::size_t length) noexcept {
   return true;
 }
 
-struct SinkOutput {
+// The fixed-buffer sink held by value, so that its fields can live in
+// registers while the engine runs inline; written back at the end.
+struct FixedOutput {
+  PrintfSink sink;
+  [[gnu::always_inline]] void operator()(const char* text, std::size_t length) noexcept {
+    sink.total += length;
+    const std::size_t room = sink.capacity - 1 - sink.stored;
+    if (length > room) length = room;
+    CopyPiece(sink.text + sink.stored, text, length);
+    sink.stored += length;
+    sink.text[sink.stored] = '\0';
+  }
+};
+
+// The growing sink, reached through the output callback.
+struct GrowingOutput {
   PrintfSink& sink;
   void operator()(const char* text, std::size_t length) noexcept {
     sink.total += length;
     if (sink.text == nullptr) return;
-    if (sink.stored + length + 1 > sink.capacity) {
-      if (!sink.growing) {
-        length = sink.capacity - sink.stored - 1;
-      } else if (!GrowSink(sink, length)) {
-        return;
-      }
-    }
-    std::memcpy(sink.text + sink.stored, text, length);
+    if (sink.stored + length + 1 > sink.capacity && !GrowSink(sink, length)) return;
+    CopyPiece(sink.text + sink.stored, text, length);
     sink.stored += length;
     sink.text[sink.stored] = '\0';
   }
@@ -769,14 +855,8 @@ struct CallbackOutput {
   void operator()(const char* text, std::size_t length) { output(context, text, length); }
 };
 
-// Runs the engine over a copy of `args`, so the caller's list stays usable.
-template <class Out>
-int RunEngineV(Out& out, const char* format, va_list args) {
-  ArgList list;
-  va_copy(list.ap, args);
-  const int count = RunEngine(out, format != nullptr ? format : "", list);
-  va_end(list.ap);
-  return count;
+void PutToGrowingSink(void* sink, const char* text, std::size_t length) noexcept {
+  GrowingOutput{*static_cast<PrintfSink*>(sink)}(text, length);
 }
 
 constexpr std::size_t kGrowingStart = 200;
@@ -784,8 +864,13 @@ constexpr std::size_t kGrowingStart = 200;
 }  // namespace
 
 int FormatV(PrintfOutput output, void* context, const char* format, va_list args) noexcept {
+  // The engine reads a copy, so the caller's list stays usable.
+  ArgList list;
+  va_copy(list.ap, args);
   CallbackOutput out{output, context};
-  return RunEngineV(out, format, args);
+  const int count = RunEngine(out, format != nullptr ? format : "", list);
+  va_end(list.ap);
+  return count;
 }
 
 std::uint32_t FormatToBuffer(char* buffer, std::uint32_t size, const char* format,
@@ -794,9 +879,13 @@ std::uint32_t FormatToBuffer(char* buffer, std::uint32_t size, const char* forma
   sink.initial = sink.text = buffer;
   sink.capacity = size;
   buffer[0] = '\0';
-  SinkOutput out{sink};
-  RunEngineV(out, format, args);
-  return static_cast<std::uint32_t>(sink.stored);
+  // The fixed buffer has the engine inline: the form every log line takes.
+  ArgList list;
+  va_copy(list.ap, args);
+  FixedOutput out{sink};
+  RunEngine(out, format != nullptr ? format : "", list);
+  va_end(list.ap);
+  return static_cast<std::uint32_t>(out.sink.stored);
 }
 
 std::uint32_t FormatToBufferF(char* buffer, std::uint32_t size, const char* format, ...) noexcept {
@@ -813,9 +902,7 @@ std::uint32_t FormatToHeap(char** result, const char* format, va_list args) noex
   PrintfSink sink;
   sink.initial = sink.text = start;
   sink.capacity = sizeof(start);
-  sink.growing = true;
-  SinkOutput out{sink};
-  RunEngineV(out, format, args);
+  FormatV(PutToGrowingSink, &sink, format, args);
   char* text = sink.text;
   if (text == start) {
     text = static_cast<char*>(os::Allocate(sink.stored + 1));

@@ -16,18 +16,6 @@ using PrintfOutput = void (*)(void* context, const char* text, std::size_t lengt
 // Formats through `output` and returns the number of characters produced.
 int FormatV(PrintfOutput output, void* context, const char* format, va_list args) noexcept;
 
-// The sink of the fixed-buffer and growing forms. A fixed buffer has no
-// reallocation: pieces are cut to fit. A growing text starts in a caller's
-// (stack) buffer and moves to the heap when it outgrows it.
-struct PrintfSink {
-  char* initial = nullptr;   // the buffer the text starts in
-  char* text = nullptr;      // where the text is now; null after a failed allocation
-  std::size_t stored = 0;    // characters kept
-  std::size_t total = 0;     // characters offered, kept or not
-  std::size_t capacity = 0;  // bytes at `text`, terminator included
-  bool growing = false;      // false: a fixed buffer
-};
-
 // Fixed buffer of `size` bytes (at least 1): returns the characters stored.
 std::uint32_t FormatToBuffer(char* buffer, std::uint32_t size, const char* format,
                              va_list args) noexcept;
