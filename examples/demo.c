@@ -1,5 +1,8 @@
-/* A tour of the library's foundation: result-code texts, type codes, and a
- * message-like record composed into a typed binary stream and parsed back. */
+/* A tour of the library's foundation: result-code texts, type codes, a
+ * message-like record composed into a typed binary stream and parsed back,
+ * and a message saved to its block. Every line is formatted by the library's
+ * own printf engine, with its conversions for times, dumps, decimals and
+ * result codes. */
 #include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
@@ -8,6 +11,8 @@
 
 static int Check(uint32_t rc, const char* what) {
   if (rc != 0) fprintf(stderr, "%s failed: 0x%X %s\n", what, (unsigned)rc, ZqErrGetDescrStr(rc));
+  /* stderr stays with the C library: a failure report must not depend on
+   * the library that failed. */
   return rc == 0;
 }
 
@@ -18,10 +23,10 @@ static void ShowResultCodes(void) {
                                    ZQERR_DB_INVALID_TYPE,
                                    0x13001,
                                    0x16000};
-  printf("Result codes:\n");
-  for (size_t i = 0; i < sizeof codes / sizeof codes[0]; ++i) {
-    printf("  0x%05X  %s\n", (unsigned)codes[i], ZqErrGetDescrStr(codes[i]));
-  }
+  ZqSysPrintf("Result codes:\n");
+  for (size_t i = 0; i < sizeof codes / sizeof codes[0]; ++i)
+    ZqSysPrintf("  %R\n", codes[i]);
+  ZqSysPrintf("  system error %r\n", 2u);
 }
 
 static void ShowLayout(const char* format) {
@@ -38,11 +43,13 @@ static void ShowLayout(const char* format) {
   printf(" (%u bytes)\n", (unsigned)offset);
 }
 
+/* A hex dump, 24 bytes a line. */
 static void DumpBytes(const uint8_t* bytes, uint32_t size) {
-  for (uint32_t i = 0; i < size; ++i) {
-    printf("%s%02X", i % 24 == 0 ? "\n    " : " ", bytes[i]);
+  for (uint32_t i = 0; i < size; i += 24) {
+    const int n = (int)(size - i < 24 ? size - i : 24);
+    ZqSysPrintf("\n    %#.*Z", n, bytes + i);
   }
-  printf("\n");
+  ZqSysPrintf("\n");
 }
 
 /* Prints the fields of a message the way an application reads them. */
@@ -98,7 +105,11 @@ static int MessageRoundTrip(void) {
 }
 
 int main(void) {
-  printf("ZqSys %s\n\n", ZqSysGetVersionStr());
+  ZQTIME now;
+  ZqTimeGetCurrent(&now);
+  ZqSysPrintf("ZqSys %s, started %.7t (a %s)\n\n", ZqSysGetVersionStr(), &now,
+              (const char* const[]){"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday",
+                                    "Friday", "Saturday"}[ZqTimeGetWDay(&now)]);
   ShowResultCodes();
   printf("\n");
   ShowLayout("i1ci4i4");
@@ -147,16 +158,15 @@ int main(void) {
       !Check(ZqBCDIIToStr((const ZQBCDII*)parsedPrice, text, &textSize), "ZqBCDIIToStr")) {
     return 1;
   }
-  printf("Parsed back: from '%s', symbol '%s', order %" PRIu64 ", qty %u, price %s,\n", from,
-         symbol, order, (unsigned)quantity, text);
-  printf("  at %04u-%02u-%02u %02u:%02u:%02u.%03u, %u payload bytes\n", at.year, at.month, at.day,
-         at.hour, at.minute, at.second, at.millisecond, (unsigned)bytes);
+  ZqSysPrintf("Parsed back: from %Q, symbol %Q, order %I64u, qty %u, price %B (%s),\n", from,
+              symbol, order, quantity, parsedPrice, text);
+  ZqSysPrintf("  at %.7t, %u payload bytes: %#.*z\n", &at, bytes, (int)bytes, data);
 
   /* A stream cut short is reported, never read past. */
   ZqSysInitParser(parser, stream, 10);
   const uint32_t rc =
       ZqSysParse(parser, format, from, symbol, &quantity, &order, &at, data, &bytes, parsedPrice);
-  printf("Parsing the first 10 bytes only: 0x%X %s\n", (unsigned)rc, ZqErrGetDescrStr(rc));
+  ZqSysPrintf("Parsing the first 10 bytes only: %R\n", rc);
 
   ZqSysFreeParser(parser);
   ZqSysFreeComposer(composer);
