@@ -619,6 +619,19 @@ void PutBlanks(Out& out, std::size_t count) {
   }
 }
 
+// Writes a conversion's text with its blank padding; returns the characters
+// written.
+template <class Out>
+[[gnu::always_inline]] inline std::size_t PutPadded(Out& out, const Spec& spec, const char* text,
+                                                    std::size_t length) {
+  const auto width = static_cast<std::size_t>(spec.width);
+  const std::size_t pad = width > length ? width - length : 0;
+  if (pad != 0 && !spec.left) PutBlanks(out, pad);
+  if (length != 0) out(text, length);
+  if (pad != 0 && spec.left) PutBlanks(out, pad);
+  return length + pad;
+}
+
 template <class Out>
 [[gnu::always_inline]] inline int RunEngine(Out& out, const char* format, ArgList& args) {
   char scratch[kScratchSize];
@@ -648,22 +661,39 @@ template <class Out>
     ++f;
     if (!c->string_like && spec.precision > kMaxPrecision) spec.precision = kMaxPrecision;
 
+    // Integers and strings, most of what formats hold, go straight out.
+    if (c->kind == Kind::kInteger) {
+      std::uint64_t magnitude;
+      bool negative = false;
+      if (c->is_signed) {
+        const std::int64_t v = spec.wide ? va_arg(args.ap, long long) : va_arg(args.ap, int);
+        negative = v < 0;
+        magnitude = negative ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
+      } else {
+        magnitude = spec.wide ? va_arg(args.ap, unsigned long long) : va_arg(args.ap, unsigned);
+      }
+      char* const end = scratch + kScratchSize;
+      const char* text = FormatInteger(magnitude, negative, spec, *c, end);
+      count += static_cast<std::int64_t>(
+          PutPadded(out, spec, text, static_cast<std::size_t>(end - text)));
+      continue;
+    }
+    if (c->kind == Kind::kString) {
+      const char* s = va_arg(args.ap, const char*);
+      std::size_t length = 0;
+      if (s != nullptr) {
+        length = spec.precision >= 0 ? strnlen(s, static_cast<std::size_t>(spec.precision))
+                                     : std::strlen(s);
+      }
+      count += static_cast<std::int64_t>(PutPadded(out, spec, s, length));
+      continue;
+    }
+
     Piece piece;
     switch (c->kind) {
-      case Kind::kInteger: {
-        std::uint64_t magnitude;
-        bool negative = false;
-        if (c->is_signed) {
-          const std::int64_t v = spec.wide ? va_arg(args.ap, long long) : va_arg(args.ap, int);
-          negative = v < 0;
-          magnitude = negative ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
-        } else {
-          magnitude = spec.wide ? va_arg(args.ap, unsigned long long) : va_arg(args.ap, unsigned);
-        }
-        piece.text = FormatInteger(magnitude, negative, spec, *c, scratch + kScratchSize);
-        piece.length = static_cast<std::size_t>(scratch + kScratchSize - piece.text);
-        break;
-      }
+      case Kind::kInteger:
+      case Kind::kString:
+        break;  // done above
       case Kind::kPointer: {
         const auto value = reinterpret_cast<std::uintptr_t>(va_arg(args.ap, void*));
         piece.text = FormatInteger(value, false, spec, *c, scratch + kScratchSize);
@@ -686,15 +716,6 @@ template <class Out>
         piece.text = scratch;
         piece.length = FormatFloat(va_arg(args.ap, double), spec, *c, scratch);
         break;
-      case Kind::kString: {
-        const char* s = va_arg(args.ap, const char*);
-        if (s != nullptr) {
-          piece.text = s;
-          piece.length = spec.precision >= 0 ? strnlen(s, static_cast<std::size_t>(spec.precision))
-                                             : std::strlen(s);
-        }
-        break;
-      }
       case Kind::kQuoted:
       case Kind::kQuotedInQuotes:
         FormatQuoted(va_arg(args.ap, const char*), c->kind == Kind::kQuotedInQuotes, spec, scratch,
@@ -759,12 +780,7 @@ template <class Out>
     }
     if (piece.stop) break;
 
-    const auto width = static_cast<std::size_t>(spec.width);
-    const std::size_t pad = width > piece.length ? width - piece.length : 0;
-    if (pad != 0 && !spec.left) PutBlanks(out, pad);
-    if (piece.length != 0) out(piece.text, piece.length);
-    if (pad != 0 && spec.left) PutBlanks(out, pad);
-    count += static_cast<std::int64_t>(piece.length + pad);
+    count += static_cast<std::int64_t>(PutPadded(out, spec, piece.text, piece.length));
     if (piece.heap != nullptr) os::Release(piece.heap);
   }
   return count > INT_MAX ? INT_MAX : static_cast<int>(count);
@@ -801,7 +817,6 @@ struct PrintfSink {
   char* initial = nullptr;   // the buffer the text starts in
   char* text = nullptr;      // where the text is now; null after a failed allocation
   std::size_t stored = 0;    // characters kept
-  std::size_t total = 0;     // characters offered, kept or not
   std::size_t capacity = 0;  // bytes at `text`, terminator included
 };
 
@@ -827,7 +842,6 @@ bool GrowSink(PrintfSink& sink, std::size_t length) noexcept {
 struct FixedOutput {
   PrintfSink sink;
   [[gnu::always_inline]] void operator()(const char* text, std::size_t length) noexcept {
-    sink.total += length;
     const std::size_t room = sink.capacity - 1 - sink.stored;
     if (length > room) length = room;
     CopyPiece(sink.text + sink.stored, text, length);
@@ -840,7 +854,6 @@ struct FixedOutput {
 struct GrowingOutput {
   PrintfSink& sink;
   void operator()(const char* text, std::size_t length) noexcept {
-    sink.total += length;
     if (sink.text == nullptr) return;
     if (sink.stored + length + 1 > sink.capacity && !GrowSink(sink, length)) return;
     CopyPiece(sink.text + sink.stored, text, length);
