@@ -787,7 +787,14 @@ template <class Out>
 }
 
 // memcpy for the short pieces most formats are made of: overlapping fixed-size
-// moves that read and write only the n bytes, without a library call.
+// moves that read and write only the n bytes, without a library call. GCC
+// checks each branch against the size of a constant source inlined into it,
+// even the branches its length rules out, so its bounds warnings are off here.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Warray-bounds"
+#pragma GCC diagnostic ignored "-Wstringop-overread"
+#endif
 [[gnu::always_inline]] inline void CopyPiece(char* to, const char* from, std::size_t n) noexcept {
   if (n > 16) {
     std::memcpy(to, from, n);
@@ -809,6 +816,9 @@ template <class Out>
     to[n - 1] = from[n - 1];
   }
 }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 
 // The sink of the fixed-buffer and growing forms. A fixed buffer cuts pieces
 // to fit; a growing text starts in a stack buffer and moves to the heap when
