@@ -72,8 +72,8 @@ ZQ_API uint32_t ZqIniGetOpt(uint32_t* options);
 ZQ_API uint32_t ZqIniCustOpen(uint32_t* handle, const char* path);
 
 /* Closes a handle; the default handle closes the default INI; 0 and unknown
- * handles are ignored. Always 0. A call still running on the handle in
- * another thread finishes first. */
+ * handles are ignored. Always 0. A call still using the handle in another
+ * thread keeps its object alive until it returns. */
 ZQ_API uint32_t ZqIniCustClose(uint32_t handle);
 
 /* The value's leading decimal number (optional sign, digits; clamped to the
@@ -95,7 +95,8 @@ ZQ_API uint32_t ZqIniCustGetStr(uint32_t handle, char* buffer, uint32_t size, co
  * the empty ones left out, in the buffer of *size bytes, and sets *size to
  * the characters stored before the final NUL. A list that does not fit is
  * cut (*size is then at most the buffer size - 2). A closed INI reads the
- * file it had open. 2 for a null buffer or size; 0x4005. */
+ * file it had open; a null section reads as an empty one. 2 for a null
+ * buffer or size; 0x4005. */
 ZQ_API uint32_t ZqIniCustGetSection(uint32_t handle, char* buffer, uint32_t* size,
                                     const char* section);
 

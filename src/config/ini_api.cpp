@@ -11,15 +11,12 @@ using zq::GuardedOr;
 using zq::kWrongArguments;
 using zq::config::CIniObject;
 using zq::config::CurrentIniRegistry;
+using zq::config::IsName;
 
 namespace {
 
 constexpr auto kNotStarted = static_cast<uint32_t>(ZQERR_INI_NOT_STARTED);
 constexpr auto kInvalidHandle = static_cast<uint32_t>(ZQERR_INI_INVALID_INI_HANDLE);
-
-bool IsName(const char* name) {
-  return name != nullptr && name[0] != '\0';
-}
 
 // After the library is unloaded there is no registry, and no handle names
 // anything.
@@ -85,7 +82,7 @@ ZQ_API uint32_t ZqIniCustOpen(uint32_t* handle, const char* path) {
   return Guarded([&]() -> uint32_t {
     zq::config::CIniRegistry* registry = CurrentIniRegistry();
     if (registry == nullptr) return kNotStarted;
-    return ZQ_RETURN_ZQERR(registry->OpenCustom(handle, path));
+    return ZQ_RETURN_ZQERR(registry->OpenCustom(*handle, path));
   });
 }
 

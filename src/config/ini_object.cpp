@@ -25,10 +25,6 @@ constexpr std::uint32_t kIntegerBuffer = 40;
 constexpr std::uint32_t kEnumKeysBuffer = 32767;
 constexpr std::uint32_t kEnumSectionsBuffer = 65535;
 
-bool IsName(const char* name) noexcept {
-  return name != nullptr && name[0] != '\0';
-}
-
 // The text's leading decimal number: an optional sign, then digits up to
 // the first other character; clamped to the 32-bit range.
 std::int32_t LeadingInteger(const char* text) noexcept {
@@ -102,8 +98,8 @@ std::uint32_t CIniObject::GetStr(char* buffer, std::uint32_t size, const char* s
 }
 
 std::uint32_t CIniObject::GetSection(char* buffer, std::uint32_t* size, const char* section) {
-  // A closed object reads the file it had open.
-  const auto document = Snapshot(false);
+  // A closed object reads the file it had open; no section names nothing.
+  const auto document = section != nullptr ? Snapshot(false) : nullptr;
   const CIniDocument& read = document ? *document : EmptyDocument();
   *size = CleanList(buffer, read.GetSection(section != nullptr ? section : "", buffer, *size));
   return 0;

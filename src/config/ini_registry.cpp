@@ -41,16 +41,14 @@ common::CRef<CIniObject> CIniRegistry::Resolve(std::uint32_t handle) {
   return common::CRef<CIniObject>(found->second);
 }
 
-std::uint32_t CIniRegistry::OpenCustom(std::uint32_t* handle, const char* path) {
-  if (handle == nullptr) return kWrongArguments;
-  *handle = 0;
+std::uint32_t CIniRegistry::OpenCustom(std::uint32_t& handle, const char* path) {
   common::CRef<CIniObject> object(os::NewObject<CIniObject>(files_));
   if (!object) return kNoMemory;
   if (const std::uint32_t rc = object->Open(path, Options())) return rc;
   const std::lock_guard guard(lock_);
   if (lastHandle_ + 1 == ZQINI_DEFAULT_HANDLE) return kInternalError;  // every id is spent
   handles_.emplace(lastHandle_ + 1, object.Get());
-  *handle = ++lastHandle_;
+  handle = ++lastHandle_;
   object.Detach();  // the table's reference now
   return 0;
 }

@@ -29,8 +29,8 @@ class CIniRegistry {
   // an unknown handle, or a default object that could not be made.
   common::CRef<CIniObject> Resolve(std::uint32_t handle);
 
-  // See ZqIniCustOpen and ZqIniCustClose.
-  std::uint32_t OpenCustom(std::uint32_t* handle, const char* path);
+  // See ZqIniCustOpen and ZqIniCustClose; `handle` is set on success only.
+  std::uint32_t OpenCustom(std::uint32_t& handle, const char* path);
   void Close(std::uint32_t handle);
 
  private:

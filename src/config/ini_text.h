@@ -8,6 +8,11 @@
 
 namespace zq::config {
 
+// A name the INI functions accept: not null, not empty.
+inline bool IsName(const char* name) noexcept {
+  return name != nullptr && name[0] != '\0';
+}
+
 // An integer as decimal text.
 struct DecimalText {
   explicit DecimalText(std::int32_t value) noexcept {
