@@ -6,6 +6,8 @@ SHELL := /bin/bash
 JOBS ?= 2
 FUZZ_SECONDS ?= 60
 FORMAT_DIRS := src include tests bench fuzz examples
+# The folder of this Makefile, whatever the current directory.
+ROOT := $(patsubst %/,%,$(dir $(abspath $(lastword $(MAKEFILE_LIST)))))
 
 .PHONY: deps test demo asan tsan bench fuzz format format-check clean
 
@@ -24,7 +26,7 @@ test: deps
 
 demo: deps
 	$(call build,default)
-	build/default/examples/zqsys_demo
+	build/default/examples/zqsys_demo "$(ROOT)/examples/demo.ini"
 
 asan: deps
 	$(call build,asan)

@@ -1,8 +1,9 @@
-/* A tour of the library's foundation: result-code texts, type codes, a
- * message-like record composed into a typed binary stream and parsed back,
- * and a message saved to its block. Every line is formatted by the library's
- * own printf engine, with its conversions for times, dumps, decimals and
- * result codes. */
+/* A tour of the library's foundation: settings from an INI file, result-code
+ * texts, type codes, a message-like record composed into a typed binary
+ * stream and parsed back, and a message saved to its block. Every line is
+ * formatted by the library's own printf engine, with its conversions for
+ * times, dumps, decimals and result codes. The settings file is the first
+ * argument, else the demo.ini beside this source. */
 #include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
@@ -50,6 +51,31 @@ static void DumpBytes(const uint8_t* bytes, uint32_t size) {
     ZqSysPrintf("\n    %#.*Z", n, bytes + i);
   }
   ZqSysPrintf("\n");
+}
+
+static uint32_t ShowLayoutSetting(const char* section, char* key, char* value, void* context) {
+  (void)section;
+  (void)context;
+  ZqSysPrintf("  %-6s", key);
+  ShowLayout(value);
+  return 0;
+}
+
+/* Opens the settings as the default INI and shows what they say. */
+static int ShowSettings(const char* path) {
+  if (!Check(ZqIniOpen(path), "ZqIniOpen")) return 0;
+  char title[64], greeting[64];
+  ZqIniCustGetStr(ZQINI_DEFAULT_HANDLE, title, sizeof title, "Demo", "Title", "untitled");
+  ZqIniCustGetStr(ZQINI_DEFAULT_HANDLE, greeting, sizeof greeting, "Demo", "Greeting", "");
+  const int32_t repeat = ZqIniCustGetInt(ZQINI_DEFAULT_HANDLE, "Demo", "Repeat", 1);
+  ZqSysPrintf("Settings from %s:\n  Title %Q, Repeat %d\n", path, title, repeat);
+  for (int32_t i = 0; i < repeat; ++i)
+    ZqSysPrintf("  %s\n", greeting);
+  ZqSysPrintf("Native layouts of [Layouts]:\n");
+  const int ok =
+      Check(ZqIniCustEnumKeys(ZQINI_DEFAULT_HANDLE, "Layouts", ShowLayoutSetting, NULL), "layouts");
+  ZqIniClose();
+  return ok;
 }
 
 /* Prints the fields of a message the way an application reads them. */
@@ -104,17 +130,15 @@ static int MessageRoundTrip(void) {
   return ok;
 }
 
-int main(void) {
+int main(int argc, char** argv) {
   ZQTIME now;
   ZqTimeGetCurrent(&now);
   ZqSysPrintf("ZqSys %s, started %.7t (a %s)\n\n", ZqSysGetVersionStr(), &now,
               (const char* const[]){"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday",
                                     "Friday", "Saturday"}[ZqTimeGetWDay(&now)]);
-  ShowResultCodes();
+  if (!ShowSettings(argc > 1 ? argv[1] : ZQSYS_DEMO_INI)) return 1;
   printf("\n");
-  ShowLayout("i1ci4i4");
-  ShowLayout("u2u1u1u1u1u1u2");
-  ShowLayout("c16u4u8u8d26.2t");
+  ShowResultCodes();
   printf("\n");
 
   /* An order fill: texts, integers, a time, a price and a binary payload. */

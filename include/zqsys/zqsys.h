@@ -5,6 +5,7 @@
 #include "zqsys/zqbcd.h"
 #include "zqsys/zqdefs.h"
 #include "zqsys/zqerr.h"
+#include "zqsys/zqini.h"
 #include "zqsys/zqmsg.h"
 #include "zqsys/zqprintf.h"
 #include "zqsys/zqstream.h"

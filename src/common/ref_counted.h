@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <utility>
 
 #include "os/memory.h"
 
@@ -31,6 +32,32 @@ class CRefCounted {
 
  private:
   std::atomic<std::uint32_t> refs_{1};
+};
+
+// One reference held for a scope: released when it goes.
+template <class T>
+class CRef {
+ public:
+  CRef() = default;
+  // Takes over a reference the caller already holds.
+  explicit CRef(T* object) noexcept : object_(object) {}
+  CRef(CRef&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  CRef& operator=(CRef&& other) noexcept {
+    std::swap(object_, other.object_);
+    return *this;
+  }
+  ~CRef() {
+    if (object_ != nullptr) object_->Release();
+  }
+
+  T* operator->() const noexcept { return object_; }
+  T* Get() const noexcept { return object_; }
+  explicit operator bool() const noexcept { return object_ != nullptr; }
+  // Hands the reference back to the caller.
+  T* Detach() noexcept { return std::exchange(object_, nullptr); }
+
+ private:
+  T* object_ = nullptr;
 };
 
 }  // namespace zq::common

@@ -53,3 +53,11 @@ CLibrary* Current() noexcept {
 }
 
 }  // namespace zq::library
+
+// Declared by the INI family, which cannot see the library that owns its
+// registry. Defined here, it also links the library object, and so the
+// registry, into every program that calls an INI function.
+zq::config::CIniRegistry* zq::config::CurrentIniRegistry() noexcept {
+  library::CLibrary* library = library::Current();
+  return library != nullptr ? &library->Ini() : nullptr;
+}

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "config/ini_registry.h"
 #include "library/module_registry.h"
 
 namespace zq::library {
@@ -18,11 +19,14 @@ class CLibrary {
   CLibrary(const CLibrary&) = delete;
   CLibrary& operator=(const CLibrary&) = delete;
 
+  config::CIniRegistry& Ini() noexcept { return ini_; }
   CModuleRegistry& Modules() noexcept { return modules_; }
   // The id this library registered itself under; 0 if registration failed.
   std::uint32_t OwnModuleId() const noexcept { return ownModuleId_; }
 
  private:
+  // The registries, in the order they are made; they go in reverse.
+  config::CIniRegistry ini_;
   CModuleRegistry modules_;
   std::uint32_t ownModuleId_ = 0;
 };

@@ -22,4 +22,15 @@ std::uint32_t Guarded(Body&& body) noexcept {
   }
 }
 
+// As Guarded, for a function that answers with a value rather than a result
+// code: any exception gives `fallback`.
+template <class T, class Body>
+T GuardedOr(T fallback, Body&& body) noexcept {
+  try {
+    return body();
+  } catch (...) {
+    return fallback;
+  }
+}
+
 }  // namespace zq

@@ -1,0 +1,128 @@
+#include "config/ini_file.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "zqsys/zqerr.h"
+
+namespace zq::config {
+namespace {
+
+constexpr auto kWriteError = static_cast<std::uint32_t>(ZQERR_INI_WRITE_ERROR);
+
+// File times are as coarse as the kernel's clock tick, so a file changed in
+// the last two seconds may change again without its state showing it.
+constexpr std::int64_t kSettledAfterNs = 2'000'000'000;
+
+// A writer retries only when another one replaced the file meanwhile, so
+// this bound is never reached while writers make progress.
+constexpr int kMaxWriteAttempts = 10000;
+
+std::shared_ptr<const CIniDocument> Empty() noexcept {
+  // Owns nothing: the empty document outlives every reader.
+  return std::shared_ptr<const CIniDocument>(std::shared_ptr<const CIniDocument>(),
+                                             &EmptyDocument());
+}
+
+}  // namespace
+
+std::shared_ptr<const CIniDocument> CIniFile::Read() noexcept {
+  os::FileIdentity now;
+  if (!os::StatPath(path_, now)) return Empty();
+  std::shared_ptr<const CIniDocument> known;
+  {
+    const std::lock_guard guard(lock_);
+    if (document_ && identity_.SameState(now) &&
+        (ownWrite_ || os::WallClockNs() - now.modifiedNs >= kSettledAfterNs)) {
+      return document_;
+    }
+    known = document_;
+  }
+  try {
+    const os::CFileDescriptor file = os::OpenFile(path_, O_RDONLY);
+    os::FileIdentity identity;
+    std::string text;
+    if (!file || !os::StatDescriptor(file.Get(), identity) || !os::ReadAll(file.Get(), text)) {
+      return Empty();
+    }
+    // Bytes that did not change keep their parsed form.
+    auto document = known && known->Text() == text
+                        ? std::move(known)
+                        : std::make_shared<const CIniDocument>(std::move(text));
+    Remember(identity, document, false);
+    return document;
+  } catch (...) {
+    return Empty();
+  }
+}
+
+std::uint32_t CIniFile::Write(const IniEdit& edit) {
+  // A write through a symbolic link replaces the file it leads to.
+  const std::string target = os::FollowLinks(path_);
+  for (int attempt = 0; attempt < kMaxWriteAttempts; ++attempt) {
+    os::CFileDescriptor file = os::OpenFile(target, O_RDONLY);
+    if (!file && errno == ENOENT) {
+      const IniChange change = edit(EmptyDocument());
+      if (change.code != 0 || !change.text) return change.code;
+      file = os::OpenFile(target, O_RDONLY | O_CREAT);
+    }
+    os::FileIdentity locked, named;
+    if (!file || !os::LockExclusive(file.Get()) || !os::StatDescriptor(file.Get(), locked)) {
+      return kWriteError;
+    }
+    // Another writer may have replaced the file while this one waited.
+    if (!os::StatPath(target, named) || !named.SameInode(locked)) continue;
+    std::string text;
+    if (!os::ReadAll(file.Get(), text)) return kWriteError;
+    const CIniDocument current(std::move(text));
+    IniChange change = edit(current);
+    if (change.code != 0 || !change.text || *change.text == current.Text()) return change.code;
+    // The lock on `file` is held until it closes, after the rename.
+    return Replace(target, locked, std::move(*change.text));
+  }
+  return kWriteError;
+}
+
+std::uint32_t CIniFile::Replace(const std::string& target, const os::FileIdentity& old,
+                                std::string text) {
+  std::string tempPath;
+  const os::CFileDescriptor temp = os::MakeTempFileBeside(target, tempPath);
+  if (!temp) return kWriteError;
+  if (!os::WriteAll(temp.Get(), text) || !os::CopyModeAndOwner(temp.Get(), old) ||
+      !os::SyncFile(temp.Get()) || !os::RenameFile(tempPath, target)) {
+    os::RemoveFile(tempPath);
+    return kWriteError;
+  }
+  // The new file is in place: what follows only makes the rename durable and
+  // spares the next read a parse, so a failure there is not the write's.
+  try {
+    os::SyncDirectoryOf(target);
+    os::FileIdentity written;
+    if (os::StatDescriptor(temp.Get(), written)) {
+      Remember(written, std::make_shared<const CIniDocument>(std::move(text)), true);
+    }
+  } catch (...) {
+  }
+  return 0;
+}
+
+void CIniFile::Remember(const os::FileIdentity& identity,
+                        std::shared_ptr<const CIniDocument> document, bool ownWrite) noexcept {
+  {
+    const std::lock_guard guard(lock_);
+    identity_ = identity;
+    document_.swap(document);
+    ownWrite_ = ownWrite;
+  }
+  // `document` now holds the replaced form, freed here outside the lock.
+}
+
+CIniFile& CIniFileTable::FileFor(const std::string& path) {
+  const std::lock_guard guard(lock_);
+  std::unique_ptr<CIniFile>& file = files_[path];
+  if (!file) file = std::make_unique<CIniFile>(path);
+  return *file;
+}
+
+}  // namespace zq::config

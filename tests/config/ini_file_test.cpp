@@ -1,0 +1,165 @@
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+#include <string>
+
+#include "config/ini_engine.h"
+#include "config/ini_test_util.h"
+#include "os/file.h"
+#include "zqsys/zqerr.h"
+#include "zqsys/zqini.h"
+
+namespace {
+
+class IniFile : public IniTest {
+ protected:
+  void SetUp() override {
+    IniTest::SetUp();
+    file_ = Path("f.ini");
+    Put(file_, "[s]\nk=old\n");
+    ASSERT_EQ(ZqIniCustOpen(&handle_, file_.c_str()), 0u);
+  }
+  void TearDown() override {
+    ZqIniCustClose(handle_);
+    IniTest::TearDown();
+  }
+  std::string Value(const char* key = "k") {
+    char buffer[64];
+    return std::string(buffer, ZqIniCustGetStr(handle_, buffer, sizeof buffer, "s", key, "-"));
+  }
+  std::string file_;
+  uint32_t handle_ = 0;
+};
+
+// Edits by another program are seen by the next read, however little they
+// change what stat says.
+TEST_F(IniFile, ReadsSeeEditsByOthers) {
+  ASSERT_EQ(Value(), "old");
+  std::ofstream(file_, std::ios::binary | std::ios::trunc) << "[s]\nk=new\n";  // same size
+  EXPECT_EQ(Value(), "new");
+  Put(file_, "[s]\nk=abc\n");
+  EXPECT_EQ(Value(), "abc");
+
+  // Rewritten in place with its old modification time: only the change
+  // time tells.
+  struct stat before {};
+  stat(file_.c_str(), &before);
+  std::ofstream(file_, std::ios::binary | std::ios::in) << "[s]\nk=xyz\n";
+  const timespec times[2] = {before.st_atim, before.st_mtim};
+  utimensat(AT_FDCWD, file_.c_str(), times, 0);
+  EXPECT_EQ(Value(), "xyz");
+
+  Put(Path("other.ini"), "[s]\nk=renamed\n");
+  std::filesystem::rename(Path("other.ini"), file_);
+  EXPECT_EQ(Value(), "renamed");
+  std::filesystem::remove(file_);
+  EXPECT_EQ(Value(), "-");
+}
+
+TEST_F(IniFile, WritesKeepModeAndLinks) {
+  std::filesystem::permissions(file_, std::filesystem::perms(0640));
+  ASSERT_EQ(ZqIniCustWriteStr(handle_, "s", "k", "v1"), 0u);
+  EXPECT_EQ(std::filesystem::status(file_).permissions(), std::filesystem::perms(0640));
+
+  std::filesystem::create_symlink(file_, Path("link.ini"));
+  uint32_t link = 0;
+  ASSERT_EQ(ZqIniCustOpen(&link, Path("link.ini").c_str()), 0u);
+  EXPECT_EQ(ZqIniCustWriteStr(link, "s", "k", "v2"), 0u);
+  ZqIniCustClose(link);
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("link.ini")));
+  EXPECT_EQ(Value(), "v2");
+}
+
+// A write that fails at any step leaves the old file and nothing else.
+TEST_F(IniFile, FailedStepsLeaveTheOldFile) {
+  using zq::os::FileStep;
+  for (const FileStep step :
+       {FileStep::kMakeTemp, FileStep::kWrite, FileStep::kSync, FileStep::kRename}) {
+    zq::os::FailFileStepForTesting(step);
+    EXPECT_EQ(ZqIniCustWriteStr(handle_, "s", "k", "new"), uint32_t{ZQERR_INI_WRITE_ERROR});
+    EXPECT_EQ(Get(file_), "[s]\nk=old\n");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_), {}), 1);
+  }
+  EXPECT_EQ(ZqIniCustWriteStr(handle_, "s", "k", "new"), 0u);
+  EXPECT_EQ(Get(file_), "[s]\nk=new\n");
+}
+
+// Forks `count` writers running `body(index)`; each exits 0 on success.
+template <class Body>
+std::vector<pid_t> Fork(int count, Body body) {
+  std::vector<pid_t> children;
+  for (int i = 0; i < count; ++i) {
+    const pid_t pid = fork();
+    if (pid == 0) _exit(body(i) ? 0 : 1);
+    children.push_back(pid);
+  }
+  return children;
+}
+
+// A writer killed in the middle of a long series of writes leaves a whole
+// file that holds, for each key, its old or its new value.
+TEST_F(IniFile, KilledWriterLeavesAWholeFile) {
+  constexpr int kKeys = 20;
+  int rounds[2];
+  ASSERT_EQ(pipe(rounds), 0);
+  const auto children = Fork(1, [&](int) {
+    for (int round = 1;; ++round) {
+      for (int k = 0; k < kKeys; ++k) {
+        if (ZqIniCustWriteInt(handle_, "c", ("k" + std::to_string(k)).c_str(), round) != 0)
+          return false;
+      }
+      if (write(rounds[1], "r", 1) != 1) return false;
+    }
+  });
+  char done;
+  for (int round = 0; round < 3; ++round)
+    ASSERT_EQ(read(rounds[0], &done, 1), 1);
+  kill(children[0], SIGKILL);
+  waitpid(children[0], nullptr, 0);
+  close(rounds[0]);
+  close(rounds[1]);
+
+  // Keys are written in order, so the file holds a run of keys with the
+  // newest round, then the rest with the round before it.
+  const zq::config::CIniDocument document(Get(file_));
+  std::vector<int> values;
+  for (int k = 0; k < kKeys; ++k) {
+    const auto value = document.Find("c", "k" + std::to_string(k));
+    ASSERT_TRUE(value.has_value()) << k;
+    values.push_back(std::stoi(std::string(*value)));
+  }
+  EXPECT_TRUE(std::is_sorted(values.rbegin(), values.rend()));
+  EXPECT_LE(values.front() - values.back(), 1);
+  EXPECT_GE(values.back(), 3);
+}
+
+// Four processes writing 200 keys each to one file at once lose none.
+TEST_F(IniFile, ConcurrentWritersLoseNoUpdate) {
+  const auto children = Fork(4, [&](int writer) {
+    uint32_t handle = 0;
+    if (ZqIniCustOpen(&handle, file_.c_str()) != 0) return false;
+    for (int k = 0; k < 200; ++k) {
+      const std::string key = "w" + std::to_string(writer) + "k" + std::to_string(k);
+      if (ZqIniCustWriteInt(handle, "s", key.c_str(), k) != 0) return false;
+    }
+    return true;
+  });
+  for (const pid_t child : children) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  std::set<std::string> keys;
+  const auto collect = [](const char*, char* key, char*, void* context) -> uint32_t {
+    static_cast<std::set<std::string>*>(context)->insert(key);
+    return 0;
+  };
+  EXPECT_EQ(ZqIniCustEnumKeys(handle_, "s", collect, &keys), 0u);
+  EXPECT_EQ(keys.size(), 801u);  // with k
+  EXPECT_EQ(ZqIniCustGetInt(handle_, "s", "w3k199", -1), 199);
+}
+
+}  // namespace
