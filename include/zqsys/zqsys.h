@@ -6,6 +6,7 @@
 #include "zqsys/zqdefs.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqini.h"
+#include "zqsys/zqlog.h"
 #include "zqsys/zqmsg.h"
 #include "zqsys/zqprintf.h"
 #include "zqsys/zqstream.h"

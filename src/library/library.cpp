@@ -61,3 +61,8 @@ zq::config::CIniRegistry* zq::config::CurrentIniRegistry() noexcept {
   library::CLibrary* library = library::Current();
   return library != nullptr ? &library->Ini() : nullptr;
 }
+
+zq::log::CLogRegistry* zq::log::CurrentLogRegistry() noexcept {
+  library::CLibrary* library = library::Current();
+  return library != nullptr ? &library->Logs() : nullptr;
+}

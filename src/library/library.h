@@ -7,6 +7,7 @@
 
 #include "config/ini_registry.h"
 #include "library/module_registry.h"
+#include "log/log_registry.h"
 
 namespace zq::library {
 
@@ -20,6 +21,7 @@ class CLibrary {
   CLibrary& operator=(const CLibrary&) = delete;
 
   config::CIniRegistry& Ini() noexcept { return ini_; }
+  log::CLogRegistry& Logs() noexcept { return logs_; }
   CModuleRegistry& Modules() noexcept { return modules_; }
   // The id this library registered itself under; 0 if registration failed.
   std::uint32_t OwnModuleId() const noexcept { return ownModuleId_; }
@@ -27,6 +29,7 @@ class CLibrary {
  private:
   // The registries, in the order they are made; they go in reverse.
   config::CIniRegistry ini_;
+  log::CLogRegistry logs_;  // the default log exists from load to unload
   CModuleRegistry modules_;
   std::uint32_t ownModuleId_ = 0;
 };

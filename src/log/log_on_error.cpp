@@ -1,14 +1,20 @@
 #include "log/log_on_error.h"
 
+#include "zqsys/zqlog.h"
+
 namespace zq::log {
 namespace {
 
-// Until log files exist, no trace settings can enable a site: the "_0"
-// trace check of an unconfigured site decides 0 and logs nothing.
-std::uint32_t DefaultCheck(std::uint32_t, const char*, const char*, const char*, int) {
-  return 0;
+// The library's own: the "_0" trace check of an error-with-code line in the
+// default log, and the line itself.
+std::uint32_t DefaultCheck(std::uint32_t code, const char* category, const char* format,
+                           const char* file, int line) {
+  return trcheck_ZqLogErrorWithCodeEx_0(code, category, format, file, line);
 }
-void DefaultLog(std::uint32_t, const char*, const char*, const char*, int) {}
+void DefaultLog(std::uint32_t code, const char* category, const char* format, const char* file,
+                int line) {
+  ZqLogErrorWithCodeEx(code, category, format, file, line);
+}
 
 std::atomic<decltype(ErrorSiteHooks::check)> g_check{DefaultCheck};
 std::atomic<decltype(ErrorSiteHooks::log)> g_log{DefaultLog};

@@ -14,9 +14,10 @@
 #include <atomic>
 #include <cstdint>
 
+#include "log/log_site.h"
+
 namespace zq::log {
 
-inline constexpr std::uint32_t kSiteUnchecked = 0xFFFFFFFFu;
 inline constexpr const char* kReturnErrorCategory = "RETURN_ZQERR";
 inline constexpr const char* kReturnErrorFormat = "Line %s:%d";
 
@@ -30,12 +31,9 @@ void LogErrorSite(std::uint32_t code, const char* file, int line) noexcept;
 // The per-site protocol; returns `code` unchanged.
 inline std::uint32_t ReportAtSite(std::atomic<std::uint32_t>& site, std::uint32_t code,
                                   const char* file, int line) noexcept {
-  const std::uint32_t decision = site.load(std::memory_order_relaxed);
-  if (decision == kSiteUnchecked) {
-    site.exchange(CheckErrorSite(code, file, line), std::memory_order_relaxed);
-  } else if (decision != 0) {
-    LogErrorSite(code, file, line);
-  }
+  LogAtSite(
+      site, [&] { return CheckErrorSite(code, file, line); },
+      [&] { LogErrorSite(code, file, line); });
   return code;
 }
 

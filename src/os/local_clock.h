@@ -17,4 +17,9 @@ struct LocalClock {
 // with `out` untouched, when the system cannot tell the time.
 bool ReadLocalClock(LocalClock& out) noexcept;
 
+// Test seam: ReadLocalClock asks `clock` instead of the system; null
+// restores the system clock.
+using LocalClockSource = bool (*)(LocalClock& out);
+void SetLocalClockForTesting(LocalClockSource clock) noexcept;
+
 }  // namespace zq::os

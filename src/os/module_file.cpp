@@ -1,6 +1,7 @@
 #include "os/module_file.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 namespace zq::os {
 
@@ -12,6 +13,17 @@ ModuleFile ModuleFileOf(const void* address) {
     file.base = info.dli_fbase;
   }
   return file;
+}
+
+}  // namespace zq::os
+
+namespace zq::os {
+
+std::string ExecutablePath() {
+  char path[4096];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  if (length <= 0 || static_cast<std::size_t>(length) >= sizeof path) return {};
+  return std::string(path, static_cast<std::size_t>(length));
 }
 
 }  // namespace zq::os

@@ -14,3 +14,10 @@ struct ModuleFile {
 ModuleFile ModuleFileOf(const void* address);
 
 }  // namespace zq::os
+
+namespace zq::os {
+
+// The path of the running program's executable; empty when it is unknown.
+std::string ExecutablePath();
+
+}  // namespace zq::os

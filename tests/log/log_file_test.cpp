@@ -1,0 +1,189 @@
+#include <string>
+
+#include "log/log.h"
+#include "log_test_util.h"
+
+namespace {
+
+using zqtest::LogFiles;
+
+TEST_F(LogFiles, LineTextInEachTimeMode) {
+  const struct {
+    const char* settings;
+    const char* expected;
+  } cases[] = {
+      {"logtime=0\n", ";cat;error;a 1\n;cat;error;a 1\n;cat;;b\n"},
+      {"logtime=1\n",
+       "2008-03-07 10:20:30\n;cat;error;a 1\n;cat;error;a 1\n"
+       "2008-03-07 10:20:31\n;cat;;b\n"},
+      {"logtime=2\n",
+       "2008-03-07 10:20:30.045;cat;error;a 1\n2008-03-07 10:20:30.045;cat;"
+       "error;a 1\n2008-03-07 10:20:31.045;cat;;b\n"},
+      {"logtime=3\nlogfileperday=1\nlogfilenametype=0\n",
+       "10:20:30.045;cat;error;a 1\n10:20:30.045;cat;error;a 1\n10:20:31.045;cat;;b\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.settings);
+    zqtest::g_clock.second = 30;
+    const uint32_t log = OpenLog(c.settings);
+    ZqLogCustErrorEx(log, "cat", "a %d", 1);
+    ZqLogCustErrorEx(log, "cat", "a %d", 1);
+    zqtest::g_clock.second = 31;
+    ZqLogCustInfoEx(log, "cat", "b");
+    Close(log);
+    const bool perDay = std::string(c.settings).find("perday") != std::string::npos;
+    EXPECT_EQ(File(perDay ? "app.txt.20080307" : "app.txt"), c.expected);
+    std::filesystem::remove_all(dir_ / "app.txt");
+  }
+}
+
+TEST_F(LogFiles, PerDayNames) {
+  const struct {
+    const char* type;
+    const char* name;
+  } cases[] = {{"1", "logs/app.20080307.txt"}, {"0", "logs/app.txt.20080307"}};
+  for (const auto& c : cases) {
+    Settings("logfile=" + (dir_ / "logs/app.txt").string() + "\nlogfileperday=1\n" +
+             "logfilenametype=" + c.type + "\n");
+    uint32_t log = 0;
+    ASSERT_EQ(Open(log), 0u);
+    ZqLogCust(log, "x");
+    Close(log);
+    EXPECT_TRUE(std::filesystem::exists(dir_ / c.name)) << c.name;
+  }
+}
+
+TEST_F(LogFiles, RotationKeepsDepthFilesOverFourOpens) {
+  for (int run = 1; run <= 4; ++run) {
+    const uint32_t log = OpenLog("logtime=0\n");
+    ZqLogCust(log, "run %d", run);
+    Close(log);
+  }
+  EXPECT_EQ(File("app.txt"), ";;;run 4\n");
+  EXPECT_EQ(File("app.1.txt"), ";;;run 3\n");
+  EXPECT_EQ(File("app.2.txt"), ";;;run 2\n");
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "app.3.txt"));
+}
+
+TEST_F(LogFiles, SettingsAreChecked) {
+  const struct {
+    const char* settings;
+    uint32_t rc;
+  } cases[] = {
+      {"logfiledepth=0\n", 0x5002},
+      {"logtime=4\n", 0x5002},
+      {"logtime=3\n", 0x5002},
+      {"logfilenametype=2\n", 0x5002},
+      {"logfileperday=2\n", 0x5002},
+      {"logfilecache=40000\n", 0},
+      {"logfilecache=0\nlogtime=1\n", 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.settings);
+    Settings("logfile=" + (dir_ / "app.txt").string() + "\n" + c.settings);
+    uint32_t log = 0;
+    EXPECT_EQ(Open(log), c.rc);
+    if (c.rc != 0) continue;
+    ZqLogCust(log, "ok");
+    Close(log);
+    EXPECT_NE(File("app.txt").find(";;;ok\n"), std::string::npos);
+  }
+}
+
+TEST_F(LogFiles, DefaultNameIsTheExecutable) {
+  Settings("");
+  const auto cwd = std::filesystem::current_path();
+  std::filesystem::current_path(dir_);
+  uint32_t log = 0;
+  EXPECT_EQ(Open(log), 0u);
+  ZqLogCust(log, "x");
+  Close(log);
+  std::filesystem::current_path(cwd);
+  EXPECT_TRUE(std::filesystem::exists(dir_ / "zqsys_log_tests"));
+}
+
+TEST_F(LogFiles, LongMessageIsCut) {
+  const uint32_t log = OpenLog("logtime=0\n");
+  const std::string text(20000, 'x');
+  ZqLogCust(log, "%s", text.c_str());
+  Close(log);
+  const std::string line = File("app.txt");
+  EXPECT_EQ(line.size(), 16384u + 1);
+  EXPECT_EQ(line.substr(line.size() - 4), "..>\n");
+}
+
+std::vector<std::string> g_written;
+uint32_t g_flushes = 0;
+uint32_t Collect(uint32_t, const ZQTIME*, int32_t, const char* line) {
+  g_written.push_back(line);
+  return 0;
+}
+uint32_t CountFlush(uint32_t) {
+  return ++g_flushes;
+}
+
+TEST_F(LogFiles, WriterAndFlusherReplacement) {
+  const uint32_t log = OpenLog("logtime=0\n");
+  EXPECT_EQ(ZqLogCustSetWriter(log, nullptr), nullptr);
+  EXPECT_EQ(ZqLogCustSetWriter(12345, Collect), nullptr);
+  const ZqLogWriter fileWriter = ZqLogCustSetWriter(log, Collect);
+  ASSERT_NE(fileWriter, nullptr);
+  ZqLogCustWarning(log, "to %s", "callback");
+  ASSERT_EQ(g_written, std::vector<std::string>{";;warning;to callback"});
+
+  const ZQTIME at{};
+  EXPECT_EQ(fileWriter(log, &at, 0, "direct"), 0u);  // the library's writer stays callable
+  EXPECT_EQ(ZqLogCustSetWriter(log, fileWriter), Collect);
+  ZqLogCust(log, "to file");
+
+  EXPECT_EQ(ZqLogCustSetFlusher(12345, CountFlush), nullptr);
+  const ZqLogFlusher fileFlusher = ZqLogCustSetFlusher(log, CountFlush);
+  EXPECT_EQ(ZqLogCustFlush(log), 1u);
+  EXPECT_EQ(ZqLogCustFlush(12345), 0x5003u);
+  EXPECT_EQ(ZqLogCustSetFlusher(log, fileFlusher), CountFlush);
+  EXPECT_EQ(ZqLogCustFlush(log), 0u);
+  EXPECT_EQ(File("app.txt"), "direct\n;;;to file\n");
+}
+
+TEST_F(LogFiles, UnknownAndClosedLogs) {
+  ZqLogCust(0, "nothing");
+  ZqLogCustErrorWithCode(777, 2, "nothing");
+  ZqLogCustClose(777);
+  EXPECT_EQ(trcheck_ZqLogCustExvDef(777, 2, "", "fmt", 1), -1);
+  const uint32_t log = OpenLog("logtime=0\n");
+  EXPECT_EQ(ZqLogCustOpenEx(&logs_[0], nullptr, ini_), 0u);  // a new log each time
+  ZqLogCustClose(log);
+  ZqLogCust(log, "after close");
+  EXPECT_EQ(ZqLogCustFlush(log), 0x5003u);
+}
+
+TEST_F(LogFiles, FatalGoesToSyslogOnceAsDataAndIsFlushed) {
+  const uint32_t log = OpenLog("logtime=0\n");
+  ZqLogCustFatalEx(log, "db", "lost %s", "100%s");
+  EXPECT_EQ(File("app.txt"), ";db;fatal;lost 100%s\n");  // flushed before close
+  ASSERT_EQ(zqtest::g_syslog.size(), 1u);
+  EXPECT_EQ(zqtest::g_syslog[0].severity, 3);
+  EXPECT_EQ(zqtest::g_syslog[0].message, ";db;fatal;lost 100%s");
+  ZqLogCustError(log, "not fatal");
+  EXPECT_EQ(zqtest::g_syslog.size(), 1u);
+}
+
+TEST_F(LogFiles, SystemLogCutsAndSkipsEmpty) {
+  ZqSystemLogEx(1, "cat", 0, "%s", "");
+  EXPECT_TRUE(zqtest::g_syslog.empty());
+  const std::string text(20000, 'y');
+  ZqSystemLogEx(1, nullptr, 0, "%s", text.c_str());
+  ASSERT_EQ(zqtest::g_syslog.size(), 1u);
+  EXPECT_EQ(zqtest::g_syslog[0].category, "");
+  EXPECT_EQ(zqtest::g_syslog[0].message.size(), 16384u);
+  EXPECT_EQ(zqtest::g_syslog[0].message.substr(16381), "..>");
+}
+
+TEST_F(LogFiles, ErrorWithCodePrefix) {
+  const uint32_t log = OpenLog("logtime=0\n");
+  ZqLogCustErrorWithCodeEx(log, 0x5001, "cat", "at %d", 5);
+  Close(log);
+  EXPECT_EQ(File("app.txt"), ";cat;error;zqerr 20481=0x5001 - 'LOG:NOT_OPENED_YET';at 5\n");
+}
+
+}  // namespace
