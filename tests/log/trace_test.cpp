@@ -1,0 +1,147 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "log/log_site.h"
+#include "log_test_util.h"
+
+namespace {
+
+using zqtest::LogFiles;
+
+class Trace : public LogFiles {
+ protected:
+  // Settings with the switches in their own INI, created at open.
+  uint32_t OpenTraced() {
+    return OpenLog("logtime=0\ntraceini=" + (dir_ / "trace/switches.ini").string() + "\n");
+  }
+  int32_t Switch(const char* section, const char* key) {
+    uint32_t ini = 0;
+    EXPECT_EQ(ZqIniCustOpen(&ini, (dir_ / "trace/switches.ini").c_str()), 0u);
+    const int32_t value = ZqIniCustGetInt(ini, section, key, -1);
+    ZqIniCustClose(ini);
+    return value;
+  }
+  void SetSwitch(const char* section, const char* key, int32_t value) {
+    uint32_t ini = 0;
+    ASSERT_EQ(ZqIniCustOpen(&ini, (dir_ / "trace/switches.ini").c_str()), 0u);
+    ASSERT_EQ(ZqIniCustWriteInt(ini, section, key, value), 0u);
+    ZqIniCustClose(ini);
+  }
+};
+
+TEST_F(Trace, FirstUseWritesTheSwitchesOfItsForm) {
+  const uint32_t log = OpenTraced();
+  EXPECT_EQ(trcheck_ZqLogCustError_(log, "Queue %s full", "q1"), 1u);
+  EXPECT_EQ(trcheck_ZqLogCustErrorEx_0(log, "Router", "Queue %s empty", "q2"), 0u);
+  EXPECT_EQ(Switch("zqsyslog:trace", "Queue %s full"), 1);
+  EXPECT_EQ(Switch("zqsyslog:trace", "error"), 1);
+  EXPECT_EQ(Switch("zqsyslog:trace:Router", "Queue %s empty"), 0);
+  EXPECT_EQ(Switch("zqsyslog:trace:Router", "error"), -1);  // switch 0 never reads it
+  Close(log);
+  EXPECT_EQ(File("app.txt"), ";;error;Queue q1 full\n");
+}
+
+TEST_F(Trace, SwitchValuesDecide) {
+  const uint32_t log = OpenTraced();
+  SetSwitch("zqsyslog:trace:c", "w %d", 1);
+  SetSwitch("zqsyslog:trace:c", "warning", 0);
+  SetSwitch("zqsyslog:trace:c", "always %d", 2);
+  SetSwitch("zqsyslog:trace:c", "never %d", 0);
+  SetSwitch("zqsyslog:trace:c", "odd %d", 7);
+  const struct {
+    uint32_t (*call)(uint32_t, const char*, const char*, ...);
+    const char* format;
+    uint32_t logged;
+  } cases[] = {
+      {trcheck_ZqLogCustWarningEx_, "w %d", 0},        // "warning"=0 silences it
+      {trcheck_ZqLogCustErrorEx_, "w %d", 1},          // ... but not its errors
+      {trcheck_ZqLogCustWarningEx_0, "always %d", 1},  // 2 always logs
+      {trcheck_ZqLogCustErrorEx_, "never %d", 0},
+      {trcheck_ZqLogCustErrorEx_, "odd %d", 1},  // a bad value logs and complains
+      {trcheck_ZqLogCustInfoEx_, "a=b %d", 1},   // a bad format logs and complains
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(c.call(log, "c", c.format, 1), c.logged) << c.format;
+  EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 3, "c", "never %d", 0), 1);  // fatal always logs
+  ZqLogCustFatalEx(log, "c", "never %d", 2);
+  Close(log);
+  EXPECT_EQ(File("app.txt"),
+            ";c;error;w 1\n;c;warning;always 1\n;ZqTrace;error;Bad trace value 7 for fmt 'odd %d'\n"
+            ";c;error;odd 1\n;ZQTRACE;error;Bad format string 'a=b %d'\n;c;;a=b 1\n"
+            ";c;fatal;never 2\n");
+}
+
+TEST_F(Trace, BadFormats) {
+  const uint32_t log = OpenTraced();
+  for (const char* format : {"a=b", "x\ty", "error", "info", "  ", " [sec]", "line\n"}) {
+    EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 0, "", format, 1), -1) << format;
+  }
+  EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 0, "", "fine [x]", 1), 1);
+}
+
+void LogAtOneSite(int round) {
+  ZQ_LOG_SITE(ZqLogErrorEx, "site", "round %d", round);
+}
+
+TEST_F(Trace, DecisionIsTakenOncePerSite) {
+  Settings("logfile=" + (dir_ / "app.txt").string() + "\nlogtime=0\n");
+  ASSERT_EQ(ZqLogOpenEx(nullptr, ini_), 0u);
+  LogAtOneSite(1);
+  ASSERT_EQ(ZqIniCustWriteInt(ini_, "zqsyslog:trace:site", "round %d", 0), 0u);
+  LogAtOneSite(2);  // the site keeps its first answer
+  ZqLogClose();
+  EXPECT_EQ(ZqIniCustGetInt(ini_, "zqsyslog:trace:site", "error", -1), 1);
+  EXPECT_EQ(File("app.txt"), ";site;error;round 1\n;site;error;round 2\n");
+}
+
+TEST_F(Trace, FatalLineOfAChildThatExitsIsInTheFile) {
+  const uint32_t log = OpenLog("logtime=0\nlogfilecache=32767\n");
+  ZqLogCust(log, "parent");  // buffered, not flushed: the child inherits it unflushed
+  ZqLogCustFlush(log);
+  const pid_t child = fork();
+  if (child == 0) {
+    ZqLogCustFatal(log, "child %d", 1);
+    _exit(zqtest::g_syslog.size() == 1 ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0);  // one system-log entry in the child
+  EXPECT_EQ(File("app.txt"), ";;;parent\n;;fatal;child 1\n");
+}
+
+TEST_F(Trace, ConcurrentLinesAreWholeAndAllThere) {
+  const uint32_t log = OpenLog("logtime=2\n");
+  zq::os::SetLocalClockForTesting(nullptr);
+  constexpr int kThreads = 8, kLines = 10000;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([log, t] {
+      for (int i = 0; i < kLines; ++i)
+        ZqLogCustInfoEx(log, "t", "thread %d line %d end", t, i);
+    });
+  }
+  for (auto& thread : threads)
+    thread.join();
+  Close(log);
+  std::vector<int> next(kThreads, 0);
+  std::istringstream lines(File("app.txt"));
+  std::string line;
+  int count = 0;
+  while (std::getline(lines, line)) {
+    int t = -1, i = -1;
+    const std::size_t at = line.find(";t;;thread ");
+    ASSERT_EQ(at, 23u) << line;
+    ASSERT_EQ(std::sscanf(line.c_str() + at, ";t;;thread %d line %d end", &t, &i), 2) << line;
+    ASSERT_EQ(line.substr(line.size() - 4), " end");
+    ASSERT_TRUE(t >= 0 && t < kThreads);
+    ASSERT_EQ(i, next[t]++);  // each thread's lines in its order, none lost
+    ++count;
+  }
+  EXPECT_EQ(count, kThreads * kLines);
+}
+
+}  // namespace
