@@ -26,7 +26,7 @@ test: deps
 
 demo: deps
 	$(call build,default)
-	build/default/examples/zqsys_demo "$(ROOT)/examples/demo.ini"
+	ZQSYS_DEMO_LOGS="$(ROOT)/build/default/demo-logs" build/default/examples/zqsys_demo "$(ROOT)/examples/demo.ini"
 
 asan: deps
 	$(call build,asan)

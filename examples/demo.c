@@ -6,6 +6,7 @@
  * argument, else the demo.ini beside this source. */
 #include <inttypes.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "zqsys/zqsys.h"
@@ -130,6 +131,61 @@ static int MessageRoundTrip(void) {
   return ok;
 }
 
+/* One logging statement as applications write it: the site's switch starts
+ * undecided, the first call asks the trace INI (and writes the format's
+ * switch there), later calls follow the stored answer. */
+static void LogOrder(uint32_t order, const char* symbol) {
+  static uint32_t site = 0xFFFFFFFFu;
+  if (site == 0xFFFFFFFFu)
+    site = trcheck_ZqLogErrorEx_("orders", "order %u filled at %s", order, symbol);
+  else if (site != 0)
+    ZqLogErrorEx("orders", "order %u filled at %s", order, symbol);
+}
+
+static void PrintFile(const char* path) {
+  char line[512];
+  FILE* file = fopen(path, "r");
+  if (file == NULL) return;
+  while (fgets(line, sizeof line, file) != NULL)
+    printf("    %s", line);
+  fclose(file);
+}
+
+/* Writes a log file and its trace switches under ZQSYS_DEMO_LOGS (make demo
+ * sets build/default/demo-logs), else under $TMPDIR. */
+static int ShowLogging(void) {
+  const char* dir = getenv("ZQSYS_DEMO_LOGS");
+  char base[400], ini[460], logFile[460], traceIni[460];
+  if (dir != NULL && dir[0] != '\0') {
+    ZqSysSNPrintf(base, sizeof base, "%s", dir);
+  } else {
+    dir = getenv("TMPDIR");
+    ZqSysSNPrintf(base, sizeof base, "%s/zqsys-demo-logs", dir != NULL ? dir : "/tmp");
+  }
+  ZqSysSNPrintf(ini, sizeof ini, "%s/demo.ini", base);
+  ZqSysSNPrintf(logFile, sizeof logFile, "%s/demo.log", base);
+  ZqSysSNPrintf(traceIni, sizeof traceIni, "%s/trace.ini", base);
+  ZqIniSetOpt(ZQINI_OPT_CREATE_MISSING);
+  uint32_t settings = 0;
+  if (!Check(ZqIniCustOpen(&settings, ini), "open the settings INI")) return 0;
+  ZqIniCustWriteStr(settings, "demo", "logfile", logFile);
+  ZqIniCustWriteInt(settings, "demo", "logtoconsole", 0);
+  ZqIniCustWriteInt(settings, "demo", "logfiledepth", 1);
+  ZqIniCustWriteStr(settings, "demo", "traceini", traceIni);
+  if (!Check(ZqLogOpenEx("demo", settings), "ZqLogOpenEx")) return 0;
+  ZqLogInfoEx("orders", "session opened by %s", "demo");
+  for (uint32_t order = 7; order < 10; ++order)
+    LogOrder(order, "XPAR-07");
+  ZqLogErrorWithCodeEx(ZQERR_MSG_BAD_PARSE_BLOCK, "orders", "order %u rejected", 10u);
+  ZqLogClose();
+  ZqIniCustClose(settings);
+  printf("Log file %s:\n", logFile);
+  PrintFile(logFile);
+  printf("Trace switches in %s:\n", traceIni);
+  PrintFile(traceIni);
+  return 1;
+}
+
 int main(int argc, char** argv) {
   ZQTIME now;
   ZqTimeGetCurrent(&now);
@@ -195,5 +251,7 @@ int main(int argc, char** argv) {
   ZqSysFreeParser(parser);
   ZqSysFreeComposer(composer);
   printf("\n");
-  return MessageRoundTrip() ? 0 : 1;
+  if (!MessageRoundTrip()) return 1;
+  printf("\n");
+  return ShowLogging() ? 0 : 1;
 }
