@@ -100,7 +100,7 @@ TEST_F(Trace, DecisionIsTakenOncePerSite) {
 
 TEST_F(Trace, FatalLineOfAChildThatExitsIsInTheFile) {
   const uint32_t log = OpenLog("logtime=0\nlogfilecache=32767\n");
-  ZqLogCust(log, "parent");  // buffered, not flushed: the child inherits it unflushed
+  ZqLogCust(log, "parent");  // flushed now, or the child would write it out again
   ZqLogCustFlush(log);
   const pid_t child = fork();
   if (child == 0) {
