@@ -9,6 +9,8 @@
 #include "zqsys/zqlog.h"
 #include "zqsys/zqmsg.h"
 #include "zqsys/zqprintf.h"
+#include "zqsys/zqrecord.h"
+#include "zqsys/zqscheme.h"
 #include "zqsys/zqstream.h"
 #include "zqsys/zqtime.h"
 #include "zqsys/zqtypes.h"
