@@ -51,6 +51,7 @@ class CRef {
   }
 
   T* operator->() const noexcept { return object_; }
+  T& operator*() const noexcept { return *object_; }
   T* Get() const noexcept { return object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }
   // Hands the reference back to the caller.

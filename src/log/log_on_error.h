@@ -50,10 +50,11 @@ void SetErrorSiteHooksForTesting(const ErrorSiteHooks& hooks) noexcept;
 }  // namespace zq::log
 
 // Evaluates `expr` once; a non-zero result is reported at this call site.
+// `expr` is the lambda's argument, so it runs outside the noexcept body and
+// an exception it throws travels on to the caller's handler.
 #define ZQ_RETURN_ZQERR(expr)                                               \
-  ([&]() noexcept -> std::uint32_t {                                        \
-    const std::uint32_t zq_code_ = (expr);                                  \
+  ([](std::uint32_t zq_code_) noexcept -> std::uint32_t {                   \
     if (zq_code_ == 0) return 0;                                            \
     static std::atomic<std::uint32_t> zq_site_{::zq::log::kSiteUnchecked};  \
     return ::zq::log::ReportAtSite(zq_site_, zq_code_, __FILE__, __LINE__); \
-  }())
+  }(expr))

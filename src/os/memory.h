@@ -41,4 +41,26 @@ void DeleteObject(T* object) noexcept {
   Release(whole);
 }
 
+// A standard allocator over the library's allocator, for containers whose
+// memory the out-of-memory tests must reach: a failed allocation throws
+// std::bad_alloc, which the C edge turns into the no-memory code.
+template <class T>
+struct LibraryAllocator {
+  using value_type = T;
+  LibraryAllocator() noexcept = default;
+  template <class U>
+  LibraryAllocator(const LibraryAllocator<U>&) noexcept {}
+  T* allocate(std::size_t count) {
+    if (count > static_cast<std::size_t>(-1) / sizeof(T)) throw std::bad_alloc();
+    void* memory = Allocate(count * sizeof(T));
+    if (memory == nullptr) throw std::bad_alloc();
+    return static_cast<T*>(memory);
+  }
+  void deallocate(T* block, std::size_t) noexcept { Release(block); }
+  template <class U>
+  bool operator==(const LibraryAllocator<U>&) const noexcept {
+    return true;
+  }
+};
+
 }  // namespace zq::os

@@ -1,0 +1,412 @@
+#include "scheme/scheme_objects.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "log/log_on_error.h"
+#include "log/log_site.h"
+#include "zqsys/zqerr.h"
+
+namespace zq::scheme {
+namespace {
+
+constexpr const char* kCategory = "Scheme";
+
+// Decimal digits at the start of `text`, stopping at the first non-digit;
+// a number too large for 32 bits saturates.
+std::uint32_t LeadingNumber(std::string_view text) noexcept {
+  std::uint64_t value = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') break;
+    value = std::min<std::uint64_t>(value * 10 + static_cast<unsigned>(c - '0'), UINT32_MAX);
+  }
+  return static_cast<std::uint32_t>(value);
+}
+
+enum class TypeTextForm { kLetter, kSize, kSizeAndPrecision, kUnknown };
+
+TypeTextForm FormOf(char letter) noexcept {
+  switch (letter) {
+    case 'a':
+    case 'f':
+    case 't':
+      return TypeTextForm::kLetter;
+    case 'b':
+    case 'c':
+    case 'i':
+    case 'u':
+    case 'w':
+    case 'z':
+      return TypeTextForm::kSize;
+    case 'd':
+    case 's':
+      return TypeTextForm::kSizeAndPrecision;
+    default:
+      return TypeTextForm::kUnknown;
+  }
+}
+
+std::string_view TrimBlanks(std::string_view text) noexcept {
+  const std::size_t first = text.find_first_not_of(' ');
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+}  // namespace
+
+std::uint32_t CName::Set(const char* text) noexcept {
+  if (text == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return Set(std::string_view(text));
+}
+
+std::uint32_t CName::Set(std::string_view text) noexcept {
+  if (text.size() >= sizeof(text_)) return ZQERR_COMMON_BUFFER_TOO_SMALL;
+  std::memcpy(text_, text.data(), text.size());
+  text_[text.size()] = '\0';
+  return 0;
+}
+
+// ---- Fields ----
+
+std::uint32_t CZqDBTypedEntry::MaxSizeOf(char letter, std::uint32_t size,
+                                         std::uint32_t precision) noexcept {
+  switch (letter) {
+    case 'a':
+      return 1;
+    case 'f':
+      return 8;
+    case 't':
+      return 10;
+    case 'b':
+    case 'i':
+    case 'u':
+      return size;
+    case 'c':
+      return size + 1;
+    case 'w':
+      return size * 2 + 2;
+    case 'z':
+      return size + 4;
+    case 'd':
+    case 's':
+      // The byte size of a decimal value of that precision and scale.
+      if ((size & 0xFF) == 0) return 0;
+      return ((size >> 1) & 0x7F) + ((size | precision) & 1) + 2;
+    default:
+      return 0;
+  }
+}
+
+std::uint32_t CZqDBTypedEntry::Create(const char* table, const char* name, char letter,
+                                      std::uint32_t size, std::uint32_t precision,
+                                      CZqDBTypedEntry** out) {
+  if (table == nullptr || name == nullptr || name[0] == '\0') return ZQERR_COMMON_WRONG_ARGUMENTS;
+  const TypeTextForm form = FormOf(letter);
+  if (form == TypeTextForm::kUnknown) return ZQERR_DB_INVALID_TYPE;
+  CRef<CZqDBTypedEntry> field(os::NewObject<CZqDBTypedEntry>());
+  if (!field) return ZQERR_COMMON_NO_MEMORY;
+  if (const std::uint32_t rc = field->name_.Set(name)) return rc;
+  if (const std::uint32_t rc = field->sourceTable_.Set(table)) return rc;
+  field->sourceField_ = field->name_;
+  field->size_ = size;
+  field->precision_ = precision;
+  char type[ZQDB_NAME_SIZE];
+  switch (form) {
+    case TypeTextForm::kLetter:
+      std::snprintf(type, sizeof(type), "%c", letter);
+      break;
+    case TypeTextForm::kSize:
+      std::snprintf(type, sizeof(type), "%c%u", letter, size);
+      break;
+    default:
+      std::snprintf(type, sizeof(type), "%c%u.%u", letter, size, precision);
+      break;
+  }
+  field->type_.Set(type);
+  *out = field.Detach();
+  return 0;
+}
+
+void CZqDBTypedEntry::SetSource(std::string_view table, std::string_view field) noexcept {
+  sourceTable_.Set(table);
+  if (sourceField_.Set(field) != 0) sourceField_.Set(std::string_view());
+}
+
+// ---- Indexes ----
+
+std::uint32_t CZqDBIndex::Parse(const char* description, CRef<CZqDBIndex>* out) {
+  if (description == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  const std::string_view text(description);
+  Vector<std::string_view> pieces;
+  for (std::size_t start = 0;;) {
+    const std::size_t comma = text.find(',', start);
+    pieces.push_back(TrimBlanks(text.substr(start, comma - start)));
+    if (comma == std::string_view::npos || comma + 1 == text.size()) break;
+    start = comma + 1;
+  }
+  if (pieces.size() < 2) {
+    ZQ_LOG_SITE(ZqLogErrorEx, kCategory, "wrong index: %s", description);
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
+  }
+  CRef<CZqDBIndex> index(os::NewObject<CZqDBIndex>());
+  if (!index) return ZQERR_COMMON_NO_MEMORY;
+  index->name_.Set(pieces[0]);  // a name too long leaves the index unnamed
+  std::size_t next = 1;
+  if (pieces[1] == "unique") {
+    index->unique_ = 1;
+    next = 2;
+  }
+  while (next < pieces.size()) {
+    const std::string_view field = pieces[next++];
+    if (field.empty()) {
+      ZQ_LOG_SITE(ZqLogErrorEx, kCategory, "wrong index: %s", description);
+      return ZQERR_COMMON_WRONG_ARGUMENTS;
+    }
+    Field entry{};
+    if (entry.name.Set(field) != 0) {
+      const String name(field);
+      ZQ_LOG_SITE(ZqLogErrorEx, kCategory, "wrong field: %s; index: %s;", name.c_str(),
+                  description);
+      return ZQERR_COMMON_WRONG_ARGUMENTS;
+    }
+    entry.order = ZQDB_ORDER_ASC;
+    if (next < pieces.size() && (pieces[next] == "asc" || pieces[next] == "desc")) {
+      entry.order = pieces[next++] == "desc" ? ZQDB_ORDER_DESC : ZQDB_ORDER_ASC;
+    }
+    index->fields_.push_back(entry);
+  }
+  if (index->fields_.empty()) {
+    ZQ_LOG_SITE(ZqLogErrorEx, kCategory, "wrong index: %s", description);
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
+  }
+  *out = std::move(index);
+  return 0;
+}
+
+// ---- Table schemes ----
+
+CZqDBRecord* CZqDBRecord::Create(const char* name, std::uint32_t kind) noexcept {
+  CRef<CZqDBRecord> table(os::NewObject<CZqDBRecord>());
+  if (!table || table->name_.Set(name) != 0) return nullptr;
+  table->kind_ = kind;
+  return table.Detach();
+}
+
+CZqDBRecord* CZqDBRecord::Copy() const noexcept {
+  CRef<CZqDBRecord> copy(os::NewObject<CZqDBRecord>());
+  if (!copy) return nullptr;
+  try {
+    copy->name_ = name_;
+    copy->primaryTable_ = primaryTable_;
+    copy->primaryKey_ = primaryKey_;
+    copy->kind_ = kind_;
+    copy->fields_.reserve(fields_.size());
+    for (const auto& field : fields_)
+      copy->fields_.push_back(Share(field.Get()));
+    copy->fieldByName_ = fieldByName_;
+    copy->indexes_.reserve(indexes_.size());
+    for (const auto& index : indexes_)
+      copy->indexes_.push_back(Share(index.Get()));
+    copy->custom_ = custom_;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+  return copy.Detach();
+}
+
+std::uint32_t CZqDBRecord::FindField(std::string_view name, std::uint32_t* position) const {
+  const auto found = fieldByName_.find(name);
+  if (found == fieldByName_.end()) return ZQERR_DB_NO_SUCH_FIELD;
+  *position = found->second;
+  return 0;
+}
+
+std::uint32_t CZqDBRecord::AddTextLine(const char* key, const char* value) {
+  if (key == nullptr) return 0;
+  if (value == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  const std::string_view name(key);
+  if (name == "field") return AddFieldLine(value);
+  if (name == "index") return AddIndexLine(value);
+  if (name == "primary_key") return value[0] == '\0' ? 0 : ZQ_RETURN_ZQERR(primaryKey_.Set(value));
+  if (name == "primary_table") return ZQ_RETURN_ZQERR(primaryTable_.Set(value));
+  // A repeated custom key replaces the earlier value.
+  custom_.insert_or_assign(String(key), String(value));
+  return 0;
+}
+
+std::uint32_t CZqDBRecord::AddFieldLine(const char* value) {
+  const std::string_view text(value);
+  const std::size_t comma = text.find(',');
+  std::uint32_t rc = ZQERR_DB_INVALID_TYPE;
+  CZqDBTypedEntry* made = nullptr;
+  std::string_view source;
+  if (comma != std::string_view::npos) {
+    const String fieldName(text.substr(0, comma));
+    std::string_view type = text.substr(comma + 1);
+    if (const std::size_t second = type.find(','); second != std::string_view::npos) {
+      source = type.substr(second + 1);
+      type = type.substr(0, second);
+    }
+    const char letter = type.empty() ? '\0' : type[0];
+    const std::size_t point = type.find('.');
+    const std::uint32_t size = LeadingNumber(type.substr(std::min<std::size_t>(1, type.size())));
+    const std::uint32_t precision =
+        point == std::string_view::npos ? 0 : LeadingNumber(type.substr(point + 1));
+    rc = CZqDBTypedEntry::Create(name_.Get(), fieldName.c_str(), letter, size, precision, &made);
+  }
+  if (rc != 0) {
+    ZQ_LOG_SITE(ZqLogErrorWithCodeEx, rc, kCategory,
+                "Error in db field description;tbl-name \"%s\",text \"%s\"", name_.Get(), value);
+    return ZQ_RETURN_ZQERR(rc);
+  }
+  CRef<CZqDBTypedEntry> field(made);
+  if (!source.empty()) {
+    const std::size_t point = source.find('.');
+    if (point == std::string_view::npos) {
+      ZQ_LOG_SITE(ZqLogErrorWithCodeEx, ZQERR_DB_WRONG_DB_SCHEME, kCategory,
+                  "Error in db field source description;tbl-name \"%s\",text \"%s\"", name_.Get(),
+                  value);
+      return ZQ_RETURN_ZQERR(ZQERR_DB_WRONG_DB_SCHEME);
+    }
+    field->SetSource(source.substr(0, point), source.substr(point + 1));
+  }
+  // A repeated name is appended again; lookups by name find the first.
+  fields_.reserve(fields_.size() + 1);
+  fieldByName_.emplace(String(field->Name().View()), static_cast<std::uint32_t>(fields_.size()));
+  fields_.push_back(std::move(field));
+  return 0;
+}
+
+std::uint32_t CZqDBRecord::AddIndexLine(const char* value) {
+  CRef<CZqDBIndex> index;
+  if (const std::uint32_t rc = CZqDBIndex::Parse(value, &index)) return ZQ_RETURN_ZQERR(rc);
+  if (const std::uint32_t rc = index->SetTableName(name_.Get())) return ZQ_RETURN_ZQERR(rc);
+  indexes_.push_back(std::move(index));
+  return 0;
+}
+
+// ---- Db schemes ----
+
+CZqDBScheme* CZqDBScheme::Create(const char* name) noexcept {
+  CRef<CZqDBScheme> scheme(os::NewObject<CZqDBScheme>());
+  if (!scheme || scheme->name_.Set(name) != 0) return nullptr;
+  return scheme.Detach();
+}
+
+CZqDBScheme* CZqDBScheme::Copy() const noexcept {
+  CRef<CZqDBScheme> copy(os::NewObject<CZqDBScheme>());
+  if (!copy) return nullptr;
+  try {
+    copy->name_ = name_;
+    copy->SetLifeNumber(LifeNumber());
+    copy->items_.reserve(items_.size());
+    for (const auto& item : items_)
+      copy->items_.push_back(Share(item.Get()));
+    copy->tables_ = tables_;
+    copy->views_ = views_;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+  return copy.Detach();
+}
+
+const Vector<std::uint32_t>* CZqDBScheme::PositionsOf(std::uint32_t kind) const noexcept {
+  if (kind == ZQDB_ITEM_TABLE) return &tables_;
+  if (kind == ZQDB_ITEM_VIEW) return &views_;
+  return nullptr;
+}
+
+CZqDBRecord* CZqDBScheme::ItemAt(std::uint32_t kind, std::uint32_t position) const noexcept {
+  if (kind == ZQDB_ITEM_ALL) return position < items_.size() ? items_[position].Get() : nullptr;
+  const Vector<std::uint32_t>* positions = PositionsOf(kind);
+  if (positions == nullptr || position >= positions->size()) return nullptr;
+  return items_[(*positions)[position]].Get();
+}
+
+std::uint32_t CZqDBScheme::Count(std::uint32_t kind, std::uint32_t* count) const noexcept {
+  if (kind == ZQDB_ITEM_ALL) {
+    *count = static_cast<std::uint32_t>(items_.size());
+    return 0;
+  }
+  const Vector<std::uint32_t>* positions = PositionsOf(kind);
+  if (positions == nullptr) return ZQERR_DB_NO_SUCH_ITEM;
+  *count = static_cast<std::uint32_t>(positions->size());
+  return 0;
+}
+
+std::uint32_t CZqDBScheme::Add(CZqDBRecord* table) {
+  Vector<std::uint32_t>* positions = table->Kind() == ZQDB_ITEM_TABLE  ? &tables_
+                                     : table->Kind() == ZQDB_ITEM_VIEW ? &views_
+                                                                       : nullptr;
+  if (positions == nullptr) return ZQERR_DB_WRONG_ITEM_TYPE;
+  // Room first, so that a failure leaves both lists as they were.
+  positions->reserve(positions->size() + 1);
+  items_.reserve(items_.size() + 1);
+  positions->push_back(static_cast<std::uint32_t>(items_.size()));
+  items_.push_back(Share(table));
+  return 0;
+}
+
+std::uint32_t CZqDBScheme::Check() const {
+  if (items_.empty()) return ZQERR_DB_EMPTY_SHEME;
+  for (const auto& item : items_) {
+    bool itemFails = false;
+    for (const auto& index : item->Indexes()) {
+      for (const CZqDBIndex::Field& field : index->Fields()) {
+        std::uint32_t position = 0;
+        if (const std::uint32_t rc = item->FindField(field.name.View(), &position)) {
+          ZQ_LOG_SITE(ZqLogErrorWithCodeEx, rc, kCategory,
+                      "Cannot get table field info;tbl-name \"%s\",index \"%s\",field name \"%s\"",
+                      item->Name().Get(), index->Name().Get(), field.name.Get());
+          itemFails = true;
+        }
+      }
+    }
+    if (itemFails) return ZQERR_DB_WRONG_DB_SCHEME;
+  }
+  return 0;
+}
+
+// ---- Dumps ----
+
+void DumpTable(const CZqDBRecord& table, std::uint32_t indent) {
+  const int width = static_cast<int>(std::min<std::uint32_t>(indent, 256));
+  const char* name = table.Name().Get();
+  const char* primary = table.PrimaryTable().Get();
+  const char* key = table.PrimaryKey().Get();
+  if (table.Kind() == ZQDB_ITEM_TABLE) {
+    ZQ_LOG_SITE(ZqLogInfoEx, kCategory, "%*cTable %s (primary %s, key %s):", width, ' ', name,
+                primary, key);
+  } else if (table.Kind() == ZQDB_ITEM_VIEW) {
+    ZQ_LOG_SITE(ZqLogInfoEx, kCategory, "%*cView %s (primary %s, key %s):", width, ' ', name,
+                primary, key);
+  } else {
+    ZQ_LOG_SITE(ZqLogErrorEx, kCategory, "Wrong item type %s", name);
+    return;
+  }
+  const int inner = width + 2;
+  for (const auto& field : table.Fields()) {
+    ZQ_LOG_SITE(ZqLogInfoEx, kCategory, "%*cfield %s[%s, %d.%d]<-\"%s.%s\"", inner, ' ',
+                field->Name().Get(), field->TypeText().Get(), static_cast<int>(field->Size()),
+                static_cast<int>(field->Precision()), field->SourceTable().Get(),
+                field->SourceField().Get());
+  }
+  for (const auto& index : table.Indexes()) {
+    String fields;
+    for (const CZqDBIndex::Field& field : index->Fields()) {
+      fields += field.name.View();
+      fields += field.order == ZQDB_ORDER_DESC ? " desc " : " asc ";
+    }
+    ZQ_LOG_SITE(ZqLogInfoEx, kCategory, "%*cindex %s %s %s %s ", inner, ' ', index->Name().Get(),
+                index->TableName().Get(), index->Unique() ? "unique" : "", fields.c_str());
+  }
+}
+
+void DumpScheme(const CZqDBScheme& scheme) {
+  ZQ_LOG_SITE(ZqLogInfoEx, kCategory, "---Scheme '%s'", scheme.Name().Get());
+  for (const auto& item : scheme.Items())
+    DumpTable(*item, 2);
+  ZQ_LOG_SITE(ZqLogInfoEx, kCategory, "---");
+}
+
+}  // namespace zq::scheme

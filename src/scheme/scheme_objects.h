@@ -1,0 +1,216 @@
+// The scheme model: a db scheme (CZqDBScheme) holds table and view schemes
+// (CZqDBRecord), each holding typed fields (CZqDBTypedEntry) and indexes
+// (CZqDBIndex). All four are reference-counted, built by one thread and then
+// shared read-only; only a scheme's life number is atomic.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/ref_counted.h"
+#include "os/memory.h"
+#include "scheme/live_counts.h"
+#include "zqsys/zqscheme.h"
+
+namespace zq::scheme {
+
+template <class T>
+using Vector = std::vector<T, os::LibraryAllocator<T>>;
+using String = std::basic_string<char, std::char_traits<char>, os::LibraryAllocator<char>>;
+template <class V>
+using NameMap = std::map<String, V, std::less<>, os::LibraryAllocator<std::pair<const String, V>>>;
+
+using common::CRef;
+
+// A new reference to `object` for a CRef to hold.
+template <class T>
+CRef<T> Share(T* object) noexcept {
+  object->AddRef();
+  return CRef<T>(object);
+}
+
+// A name of at most 63 characters in a 64-byte array.
+class CName {
+ public:
+  // 2 for a null text, 7 for 64 characters or more; the old name stays.
+  std::uint32_t Set(const char* text) noexcept;
+  std::uint32_t Set(std::string_view text) noexcept;
+  const char* Get() const noexcept { return text_; }
+  std::string_view View() const noexcept { return text_; }
+  bool Empty() const noexcept { return text_[0] == '\0'; }
+
+ private:
+  char text_[ZQDB_NAME_SIZE] = {};
+};
+
+// One field: name, type, and the table and field it is drawn from.
+class CZqDBTypedEntry final : public common::CRefCounted {
+ public:
+  // Checks the table name, field name and type letter (2, 7 or 0x800A) and
+  // makes a field whose source is its own table and name.
+  static std::uint32_t Create(const char* table, const char* name, char letter, std::uint32_t size,
+                              std::uint32_t precision, CZqDBTypedEntry** out);
+
+  const CName& Name() const noexcept { return name_; }
+  const CName& TypeText() const noexcept { return type_; }
+  char Letter() const noexcept { return type_.Get()[0]; }
+  std::uint32_t Size() const noexcept { return size_; }
+  std::uint32_t Precision() const noexcept { return precision_; }
+  const CName& SourceTable() const noexcept { return sourceTable_; }
+  const CName& SourceField() const noexcept { return sourceField_; }
+  std::uint32_t MaxSize() const noexcept { return MaxSizeOf(Letter(), size_, precision_); }
+
+  // A source field of 64 characters or more leaves the source field empty.
+  void SetSource(std::string_view table, std::string_view field) noexcept;
+
+  // The most bytes a value of the type takes; 0 for an unknown letter.
+  static std::uint32_t MaxSizeOf(char letter, std::uint32_t size, std::uint32_t precision) noexcept;
+
+  CZqDBTypedEntry() = default;
+
+ private:
+  LiveCounter<kLiveField> live_;
+  CName name_;
+  CName type_;
+  std::uint32_t size_ = 0;
+  std::uint32_t precision_ = 0;
+  CName sourceField_;
+  CName sourceTable_;
+};
+
+class CZqDBIndex final : public common::CRefCounted {
+ public:
+  struct Field {
+    CName name;
+    std::uint32_t order;  // ZQDB_ORDER_ASC or ZQDB_ORDER_DESC
+  };
+
+  // Parses "name[,unique],field[,asc|desc]..." (2 for a malformed one,
+  // logged under "Scheme").
+  static std::uint32_t Parse(const char* description, CRef<CZqDBIndex>* out);
+
+  const CName& Name() const noexcept { return name_; }
+  const CName& TableName() const noexcept { return table_; }
+  std::uint32_t SetTableName(const char* table) noexcept { return table_.Set(table); }
+  bool Unique() const noexcept { return unique_ != 0; }
+  const Vector<Field>& Fields() const noexcept { return fields_; }
+
+  CZqDBIndex() = default;
+
+ private:
+  CName name_;
+  CName table_;
+  Vector<Field> fields_;
+  std::uint8_t unique_ = 0;
+};
+
+// A table or view scheme (item kind 1 or 2; 0 for a stand-alone recordset).
+class CZqDBRecord final : public common::CRefCounted {
+ public:
+  static CZqDBRecord* Create(const char* name, std::uint32_t kind) noexcept;
+  // A member-by-member copy sharing the fields and indexes.
+  CZqDBRecord* Copy() const noexcept;
+
+  static CZqDBRecord* From(HZQDBTABLE handle) noexcept {
+    return reinterpret_cast<CZqDBRecord*>(handle);
+  }
+  HZQDBTABLE Handle() noexcept { return reinterpret_cast<HZQDBTABLE>(this); }
+
+  const CName& Name() const noexcept { return name_; }
+  const CName& PrimaryTable() const noexcept { return primaryTable_; }
+  const CName& PrimaryKey() const noexcept { return primaryKey_; }
+  std::uint32_t Kind() const noexcept { return kind_; }
+  const Vector<CRef<CZqDBTypedEntry>>& Fields() const noexcept { return fields_; }
+  const Vector<CRef<CZqDBIndex>>& Indexes() const noexcept { return indexes_; }
+  const NameMap<String>& CustomFields() const noexcept { return custom_; }
+
+  // The field at `position`, or null past the end.
+  const CZqDBTypedEntry* FieldAt(std::uint32_t position) const noexcept {
+    return position < fields_.size() ? fields_[position].Get() : nullptr;
+  }
+  // 0x8002 for an unknown name.
+  std::uint32_t FindField(std::string_view name, std::uint32_t* position) const;
+
+  // One key/value line of a table section; the table is unchanged on failure.
+  std::uint32_t AddTextLine(const char* key, const char* value);
+
+  CZqDBRecord() = default;
+
+ private:
+  std::uint32_t AddFieldLine(const char* value);
+  std::uint32_t AddIndexLine(const char* value);
+
+  LiveCounter<kLiveTable> live_;
+  CName name_;
+  CName primaryTable_;
+  CName primaryKey_;
+  Vector<CRef<CZqDBTypedEntry>> fields_;
+  NameMap<std::uint32_t> fieldByName_;
+  Vector<CRef<CZqDBIndex>> indexes_;
+  NameMap<String> custom_;
+  std::uint32_t kind_ = 0;
+};
+
+class CZqDBScheme final : public common::CRefCounted {
+ public:
+  static CZqDBScheme* Create(const char* name) noexcept;
+  // A scheme with the same name, life number and items (shared).
+  CZqDBScheme* Copy() const noexcept;
+
+  static CZqDBScheme* From(HZQDBSCHEME handle) noexcept {
+    return reinterpret_cast<CZqDBScheme*>(handle);
+  }
+  HZQDBSCHEME Handle() noexcept { return reinterpret_cast<HZQDBSCHEME>(this); }
+
+  const CName& Name() const noexcept { return name_; }
+  std::uint32_t LifeNumber() const noexcept {
+    return life_.fetch_add(0, std::memory_order_acq_rel);
+  }
+  void SetLifeNumber(std::uint32_t value) noexcept {
+    life_.exchange(value, std::memory_order_acq_rel);
+  }
+
+  // The positions in Items() of one kind (1 tables, 2 views), or null for
+  // another kind; kind 0 is Items() itself.
+  const Vector<std::uint32_t>* PositionsOf(std::uint32_t kind) const noexcept;
+  const Vector<CRef<CZqDBRecord>>& Items() const noexcept { return items_; }
+  // The item at `position` of the list of `kind`, or null.
+  CZqDBRecord* ItemAt(std::uint32_t kind, std::uint32_t position) const noexcept;
+  // The number of items of `kind`; 0x801D for a kind above 2.
+  std::uint32_t Count(std::uint32_t kind, std::uint32_t* count) const noexcept;
+
+  // Takes a reference on the table; 0x801E for a kind other than 1 or 2.
+  std::uint32_t Add(CZqDBRecord* table);
+  // The consistency check of a loaded scheme.
+  std::uint32_t Check() const;
+
+  CZqDBScheme() = default;
+
+ private:
+  LiveCounter<kLiveScheme> live_;
+  CName name_;
+  mutable std::atomic<std::uint32_t> life_{0};
+  Vector<CRef<CZqDBRecord>> items_;
+  Vector<std::uint32_t> tables_;
+  Vector<std::uint32_t> views_;
+};
+
+// Index handles for the C edge.
+inline CZqDBIndex* IndexFrom(HZQDBINDEX handle) noexcept {
+  return reinterpret_cast<CZqDBIndex*>(handle);
+}
+inline HZQDBINDEX IndexHandle(CZqDBIndex* index) noexcept {
+  return reinterpret_cast<HZQDBINDEX>(index);
+}
+
+// Log lines of a scheme or one table at an indent.
+void DumpScheme(const CZqDBScheme& scheme);
+void DumpTable(const CZqDBRecord& table, std::uint32_t indent);
+
+}  // namespace zq::scheme
