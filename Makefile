@@ -49,7 +49,8 @@ bench: deps
 
 # Each fuzz target runs for FUZZ_SECONDS over a scratch copy of its committed
 # corpus, so new inputs it finds never land in the source tree. Crash inputs
-# go to build/fuzz/artifacts/.
+# go to build/fuzz/artifacts/. A target's fuzz/<name>.dict, if any, seeds
+# the mutations with the tokens of its format.
 # Only the fuzz targets and what they link (the static archive) are built
 # here: the shared library is not needed to fuzz.
 fuzz: deps
@@ -64,7 +65,8 @@ fuzz: deps
 	  scratch=$$(mktemp -d); \
 	  if [[ -d "fuzz/corpus/$$name" ]]; then cp -R "fuzz/corpus/$$name/." "$$scratch/"; fi; \
 	  echo "== $$binary for $(FUZZ_SECONDS)s over a copy of fuzz/corpus/$$name"; \
-	  "$$binary" -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	  dict=(); [[ -f "fuzz/$$name.dict" ]] && dict=(-dict="fuzz/$$name.dict"); \
+	  "$$binary" -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 "$${dict[@]}" \
 	    -artifact_prefix="build/fuzz/artifacts/$$name-" "$$scratch" </dev/null; \
 	  rc=$$?; \
 	  rm -rf "$$scratch"; \

@@ -24,8 +24,9 @@
  *
  * Writing copies `length` bytes (at most the field's size, else 8,
  * COMMON:BUFFER_TOO_LARGE) and zeroes the rest of the field. A failed write
- * leaves the field as it was. Failures other than 15 are logged as errors
- * under "ZqSysRecord". A record has no lock: one thread uses it at a time. */
+ * leaves the field as it was. Failed reads and writes of a field (any code
+ * but 15) are logged as errors under "ZqSysRecord" with the record handle.
+ * A record has no lock: one thread uses it at a time. */
 #ifndef ZQSYS_ZQRECORD_H
 #define ZQSYS_ZQRECORD_H
 
@@ -71,7 +72,9 @@ ZQ_API uint32_t ZqRecordGetFieldEx(HZQRECORD record, const char* name, void* buf
 ZQ_API uint32_t ZqRecordGetFieldByIndexEx(HZQRECORD record, uint32_t position, void* buffer,
                                           uint32_t* size, uint32_t* isNull);
 /* Reads with the caller's type (letter, size, precision) instead of the
- * field's own, which decides the text rule and the empty value. */
+ * field's own, which decides the text rule and the empty value. Whatever the
+ * type, nothing is read beyond the field's own bytes: a c read of a field
+ * without a NUL gives all its bytes as the text. */
 ZQ_API uint32_t ZqRecordGetFieldByIndexWithoutScheme(HZQRECORD record, uint32_t position,
                                                      char letter, uint32_t typeSize,
                                                      uint32_t precision, void* buffer,
@@ -143,10 +146,16 @@ ZQ_API uint32_t ZqRecordCopyFromStruct(HZQRECORD record, const void* structure, 
  * is then set and not null, as with an external buffer at creation. */
 ZQ_API uint32_t ZqRecordReloadBufferInMemory(HZQRECORD record, uint32_t* size, void* buffer);
 /* Copies every field of `source` to the same position of `destination`,
- * bytes as they stand. */
+ * bytes as they stand; a null field stays null, and a field not set in
+ * `source` leaves the destination's field as it is. The first failure
+ * stops the copy (0x8002 when `destination` has fewer fields). */
 ZQ_API uint32_t ZqRecordBlindCopyRecord(HZQRECORD destination, HZQRECORD source);
 /* Copies every field of `source` to the field of `destination` named by the
- * part after the point of the source field's source text. */
+ * part after the point of the source field's source text ("table.field"),
+ * taken from the source's scheme. Fields not set in `source` are skipped. A
+ * name that `destination` lacks is skipped too and the other fields are
+ * still copied; the result is then 0x8002 (DB:NO_SUCH_FIELD). Any other
+ * failure stops the copy. */
 ZQ_API uint32_t ZqRecordCopyRecord(HZQRECORD destination, HZQRECORD source);
 
 ZQ_EXTERN_C_END

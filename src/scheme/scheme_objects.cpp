@@ -61,7 +61,7 @@ std::uint32_t CName::Set(const char* text) noexcept {
 
 std::uint32_t CName::Set(std::string_view text) noexcept {
   if (text.size() >= sizeof(text_)) return ZQERR_COMMON_BUFFER_TOO_SMALL;
-  std::memcpy(text_, text.data(), text.size());
+  if (!text.empty()) std::memcpy(text_, text.data(), text.size());
   text_[text.size()] = '\0';
   return 0;
 }
