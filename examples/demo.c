@@ -1,6 +1,7 @@
-/* A tour of the library's foundation: settings from an INI file, result-code
- * texts, type codes, a message-like record composed into a typed binary
- * stream and parsed back, and a message saved to its block. Every line is
+/* A tour of the library: settings from an INI file, result-code texts, type
+ * codes, a message-like record composed into a typed binary stream and
+ * parsed back, a message saved to its block, a log with trace switches, and
+ * the "trade" database scheme with its SQL and a record. Every line is
  * formatted by the library's own printf engine, with its conversions for
  * times, dumps, decimals and result codes. The settings file is the first
  * argument, else the demo.ini beside this source. */
@@ -9,6 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "scheme_demo.h"
 #include "zqsys/zqsys.h"
 
 static int Check(uint32_t rc, const char* what) {
@@ -151,17 +153,21 @@ static void PrintFile(const char* path) {
   fclose(file);
 }
 
-/* Writes a log file and its trace switches under ZQSYS_DEMO_LOGS (make demo
- * sets build/default/demo-logs), else under $TMPDIR. */
-static int ShowLogging(void) {
+/* Where the demo writes its files: ZQSYS_DEMO_LOGS (make demo sets
+ * build/default/demo-logs), else $TMPDIR/zqsys-demo-logs. */
+static void OutputDir(char* base, uint32_t size) {
   const char* dir = getenv("ZQSYS_DEMO_LOGS");
-  char base[400], ini[460], logFile[460], traceIni[460];
   if (dir != NULL && dir[0] != '\0') {
-    ZqSysSNPrintf(base, sizeof base, "%s", dir);
+    ZqSysSNPrintf(base, size, "%s", dir);
   } else {
     dir = getenv("TMPDIR");
-    ZqSysSNPrintf(base, sizeof base, "%s/zqsys-demo-logs", dir != NULL ? dir : "/tmp");
+    ZqSysSNPrintf(base, size, "%s/zqsys-demo-logs", dir != NULL ? dir : "/tmp");
   }
+}
+
+/* Writes a log file and its trace switches under `base`. */
+static int ShowLogging(const char* base) {
+  char ini[460], logFile[460], traceIni[460];
   ZqSysSNPrintf(ini, sizeof ini, "%s/demo.ini", base);
   ZqSysSNPrintf(logFile, sizeof logFile, "%s/demo.log", base);
   ZqSysSNPrintf(traceIni, sizeof traceIni, "%s/trace.ini", base);
@@ -253,5 +259,9 @@ int main(int argc, char** argv) {
   printf("\n");
   if (!MessageRoundTrip()) return 1;
   printf("\n");
-  return ShowLogging() ? 0 : 1;
+  char base[400];
+  OutputDir(base, sizeof base);
+  if (!ShowLogging(base)) return 1;
+  printf("\n");
+  return ShowSchemes(base, ZQSYS_DEMO_TRADE_INI) ? 0 : 1;
 }
