@@ -7,6 +7,7 @@
 #include "log/log_site.h"
 #include "os/edge.h"
 #include "os/memory.h"
+#include "scheme/scheme_objects.h"
 #include "zqsys/zqbcd.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqtime.h"
@@ -75,30 +76,7 @@ std::uint32_t FieldCountOf(HZQDBTABLE table, std::uint32_t& count) noexcept {
 // The most bytes a value of the type takes, in 64 bits so that no width of a
 // caller's type can wrap it.
 std::uint64_t MaxSize(const FieldType& type) {
-  const std::uint64_t size = type.size;
-  switch (type.letter) {
-    case 'a':
-      return 1;
-    case 'f':
-      return 8;
-    case 't':
-      return sizeof(ZQTIME);
-    case 'b':
-    case 'i':
-    case 'u':
-      return size;
-    case 'c':
-      return size + 1;
-    case 'w':
-      return size * 2 + 2;
-    case 'z':
-      return size + 4;
-    case 'd':
-    case 's':
-      return (type.size & 0xFFu) == 0 ? 0 : ZQBCDII_SIZE(type.size, type.precision);
-    default:
-      return 0;
-  }
+  return CZqDBTypedEntry::MaxSizeOf(type.letter, type.size, type.precision);
 }
 
 // Copies a stored text out by the buffer rule: the needed size is written

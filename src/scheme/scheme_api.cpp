@@ -1,5 +1,7 @@
 // The exported functions of the scheme model: handles, queries,
 // construction, the consistency check and dumps.
+#include <algorithm>
+
 #include "common/sized_text.h"
 #include "log/log_on_error.h"
 #include "log/log_site.h"
@@ -236,7 +238,7 @@ ZQ_API uint32_t ZqSchemeGetFieldMaxSizeByIndex(HZQDBTABLE table, uint32_t positi
   if (table == nullptr || maxSize == nullptr) return kWrongArguments;
   const CZqDBTypedEntry* field = CZqDBRecord::From(table)->FieldAt(position);
   if (field == nullptr) return ZQ_RETURN_ZQERR(ZQERR_DB_NO_SUCH_FIELD);
-  *maxSize = field->MaxSize();
+  *maxSize = static_cast<uint32_t>(std::min<uint64_t>(field->MaxSize(), UINT32_MAX));
   return 0;
 }
 

@@ -68,7 +68,7 @@ std::uint32_t CName::Set(std::string_view text) noexcept {
 
 // ---- Fields ----
 
-std::uint32_t CZqDBTypedEntry::MaxSizeOf(char letter, std::uint32_t size,
+std::uint64_t CZqDBTypedEntry::MaxSizeOf(char letter, std::uint32_t size,
                                          std::uint32_t precision) noexcept {
   switch (letter) {
     case 'a':
@@ -82,11 +82,11 @@ std::uint32_t CZqDBTypedEntry::MaxSizeOf(char letter, std::uint32_t size,
     case 'u':
       return size;
     case 'c':
-      return size + 1;
+      return std::uint64_t{size} + 1;
     case 'w':
-      return size * 2 + 2;
+      return std::uint64_t{size} * 2 + 2;
     case 'z':
-      return size + 4;
+      return std::uint64_t{size} + 4;
     case 'd':
     case 's':
       // The byte size of a decimal value of that precision and scale.

@@ -64,13 +64,14 @@ class CZqDBTypedEntry final : public common::CRefCounted {
   std::uint32_t Precision() const noexcept { return precision_; }
   const CName& SourceTable() const noexcept { return sourceTable_; }
   const CName& SourceField() const noexcept { return sourceField_; }
-  std::uint32_t MaxSize() const noexcept { return MaxSizeOf(Letter(), size_, precision_); }
+  std::uint64_t MaxSize() const noexcept { return MaxSizeOf(Letter(), size_, precision_); }
 
   // A source field of 64 characters or more leaves the source field empty.
   void SetSource(std::string_view table, std::string_view field) noexcept;
 
-  // The most bytes a value of the type takes; 0 for an unknown letter.
-  static std::uint32_t MaxSizeOf(char letter, std::uint32_t size, std::uint32_t precision) noexcept;
+  // The most bytes a value of the type takes; 0 for an unknown letter. In
+  // 64 bits, so that no size can wrap it.
+  static std::uint64_t MaxSizeOf(char letter, std::uint32_t size, std::uint32_t precision) noexcept;
 
   CZqDBTypedEntry() = default;
 

@@ -204,9 +204,10 @@ TEST_F(SchemeTest, MaxSizeOfEveryTypeLetter) {
   struct {
     const char* type;
     uint32_t maxSize;
-  } const cases[] = {{"a", 1},      {"f", 8},      {"t7", 10},  {"b5", 5},   {"i2", 2},
-                     {"u8", 8},     {"c20", 21},   {"w20", 42}, {"z20", 24}, {"d16.5", 11},
-                     {"s16.4", 10}, {"d15.4", 10}, {"d0.0", 0}, {"d256", 0}};
+  } const cases[] = {
+      {"a", 1},      {"f", 8},      {"t7", 10},  {"b5", 5},   {"i2", 2},
+      {"u8", 8},     {"c20", 21},   {"w20", 42}, {"z20", 24}, {"d16.5", 11},
+      {"s16.4", 10}, {"d15.4", 10}, {"d0.0", 0}, {"d256", 0}, {"w3000000000", UINT32_MAX}};
   HZQDBTABLE table = IntCreateTableScheme("t", ZQDB_ITEM_TABLE);
   uint32_t position = 0;
   for (const auto& c : cases) {
