@@ -141,6 +141,7 @@ TEST(Compose, ArgumentsAndHandles) {
 // The first allocation is the value plus 512 bytes; later ones add twice
 // the capacity, or the value plus 512 when that is more.
 TEST(Compose, GrowthRule) {
+  const std::string big(5000, 'x');
   ZQCOMPOSECTX ctx{};
   ASSERT_EQ(zqtest::Compose(ctx, "u1", 1), 0u);
   EXPECT_EQ(ctx.capacity, 513u);
@@ -148,7 +149,6 @@ TEST(Compose, GrowthRule) {
   ASSERT_EQ(zqtest::Compose(ctx, "c", fill.c_str()), 0u);
   EXPECT_EQ(ctx.size, 514u);
   EXPECT_EQ(ctx.capacity, 1539u);  // 513 + 2 * 513
-  const std::string big(5000, 'x');
   ASSERT_EQ(zqtest::Compose(ctx, "c", big.c_str()), 0u);
   EXPECT_EQ(ctx.capacity, 1539u + 5005 + 512);  // the value exceeds twice the capacity
   zq::msg::FreeComposeBuffer(ctx);
