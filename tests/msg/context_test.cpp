@@ -132,13 +132,18 @@ TEST(ComposeContexts, ReuseAfterFreeAndAfterMeasuring) {
   EXPECT_EQ(Bytes(ctx.buffer, ctx.buffer + ctx.size), (Bytes{2, 0, 0, 0}));
   ZqMsgFreeCompose(&ctx);
 
+  // Measuring neither writes nor allocates, however large the values.
   ZQCOMPOSECTX measured{};
   measured.measureOnly = 1;
-  ASSERT_EQ(ZqMsgCompose(&measured, "c", "abc"), 0u);
+  const std::string big(100000, 'x');
+  ASSERT_EQ(ZqMsgCompose(&measured, "cu8b", big.c_str(), 1ull, nullptr, 0u), 0u);
+  EXPECT_EQ(measured.size, 4 + 100001 + 8 + 4u);
+  EXPECT_EQ(measured.buffer, nullptr);
+  EXPECT_EQ(measured.capacity, 0u);
   measured.measureOnly = 0;
-  ASSERT_EQ(ZqMsgCompose(&measured, "u4", 3), 0u);  // lands after the measured 8 bytes
-  EXPECT_EQ(measured.size, 12u);
-  EXPECT_GE(measured.capacity, 12u);
+  ASSERT_EQ(ZqMsgCompose(&measured, "u4", 3), 0u);  // lands after the measured bytes
+  EXPECT_EQ(measured.size, 100021u);
+  EXPECT_GE(measured.capacity, 100021u);
   ZqMsgFreeCompose(&measured);
 }
 
