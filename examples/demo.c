@@ -144,7 +144,7 @@ static void LogOrder(uint32_t order, const char* symbol) {
     ZqLogErrorEx("orders", "order %u filled at %s", order, symbol);
 }
 
-static void PrintFile(const char* path) {
+void PrintFile(const char* path) {
   char line[512];
   FILE* file = fopen(path, "r");
   if (file == NULL) return;

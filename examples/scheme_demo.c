@@ -21,15 +21,6 @@ static int SqlOk(sqlite3* db, int rc, const char* what) {
   return rc == SQLITE_OK || rc == SQLITE_DONE || rc == SQLITE_ROW;
 }
 
-static void PrintFile(const char* path) {
-  char line[512];
-  FILE* file = fopen(path, "r");
-  if (file == NULL) return;
-  while (fgets(line, sizeof line, file) != NULL)
-    printf("    %s", line);
-  fclose(file);
-}
-
 /* The scheme's dump goes to the log: written to a file, then shown. */
 static int DumpToFile(HZQDBSCHEME scheme, const char* dir) {
   char ini[460], logFile[460];
