@@ -1,21 +1,14 @@
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "os/memory.h"
 #include "scheme/record.h"
-#include "scheme_fixture.h"
+#include "scheme/scheme_files.h"
 #include "zqsys/zqerr.h"
-#include "zqsys/zqini.h"
-#include "zqsys/zqlog.h"
 #include "zqsys/zqrecord.h"
 #include "zqsys/zqscheme.h"
 
@@ -29,14 +22,14 @@ constexpr uint32_t kTooLarge = ZQERR_COMMON_BUFFER_TOO_LARGE;
 constexpr uint32_t kRealSize = ZQERR_COMMON_REAL_SIZE_RETURNED;
 constexpr uint32_t kMismatch = ZQERR_COMMON_BUFFER_SIZES_MISMATCH;
 
-class Record : public SchemeTest {
+class Record : public SchemeFiles {
  protected:
   void TearDown() override {
     for (HZQRECORD record : records_)
       ZqRecordFree(record);
     for (HZQDBTABLE table : tables_)
       ZqSchemeFreeTableScheme(table);
-    SchemeTest::TearDown();
+    SchemeFiles::TearDown();
   }
 
   // A table scheme with one "name,type[,source]" description per field.
@@ -467,35 +460,22 @@ TEST_F(Record, ArgumentsAreChecked) {
 }
 
 TEST_F(Record, FailuresAreLoggedWithTheHandle) {
-  const auto dir =
-      std::filesystem::temp_directory_path() / ("zqrecord-" + std::to_string(getpid()));
-  std::filesystem::create_directories(dir);
-  std::ofstream(dir / "log.ini") << "[zqsyslog]\nlogtoconsole=0\nlogtime=0\nlogfile="
-                                 << (dir / "app.txt").string() << "\n";
-  uint32_t ini = 0;
-  ASSERT_EQ(ZqIniCustOpen(&ini, (dir / "log.ini").c_str()), 0u);
-  ASSERT_EQ(ZqLogOpenEx(nullptr, ini), 0u);
-
   HZQRECORD record = Make({"id,i4"});
   uint32_t size = 0;
   EXPECT_EQ(ZqRecordGetField(record, "nope", nullptr, &size), kNoSuchField);
   EXPECT_EQ(ZqRecordSetFieldByIndex(record, 0, "12345", 5), kTooLarge);
   ASSERT_EQ(ZqRecordSetFieldByIndex(record, 0, "1234", 4), 0u);
   EXPECT_EQ(ZqRecordGetFieldByIndex(record, 0, nullptr, &size), kRealSize);  // not logged
-  ZqLogClose();
-  ZqIniCustClose(ini);
 
-  std::stringstream lines;
-  lines << std::ifstream(dir / "app.txt").rdbuf();
-  std::filesystem::remove_all(dir);
   char handle[32];
   std::snprintf(handle, sizeof handle, "rec 0x%llX",
                 static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(record)));
-  EXPECT_EQ(lines.str(),
-            std::string(";ZqSysRecord;error;zqerr 32770=0x8002 - 'DB:NO_SUCH_FIELD';") +
-                "ZqRecordGetField error;" + handle + ";fld_name 'nope'\n" +
-                ";ZqSysRecord;error;zqerr 8=0x8 - 'COMMON:BUFFER_TOO_LARGE';" +
-                "ZqRecordSetFieldByIndex error;" + handle + ";fld_idx 0\n");
+  EXPECT_EQ(LogLines(),
+            (std::vector<std::string>{
+                std::string("ZqSysRecord;error;zqerr 32770=0x8002 - 'DB:NO_SUCH_FIELD';") +
+                    "ZqRecordGetField error;" + handle + ";fld_name 'nope'",
+                std::string("ZqSysRecord;error;zqerr 8=0x8 - 'COMMON:BUFFER_TOO_LARGE';") +
+                    "ZqRecordSetFieldByIndex error;" + handle + ";fld_idx 0"}));
 }
 
 }  // namespace
