@@ -1,62 +1,34 @@
 // SQL text from a table scheme: CREATE TABLE with its indexes, DROP TABLE,
 // and the SELECT of a recordset. The library writes the statements and all
-// quoting; the SQL type of each field comes from the caller's driver. The
-// table scheme is read only through the exported scheme queries, so this
-// file sees exactly what a database service would.
+// quoting; the SQL type of each field comes from the caller's driver.
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "common/sized_text.h"
 #include "log/log_on_error.h"
 #include "os/edge.h"
+#include "scheme/scheme_objects.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqscheme.h"
 
 using zq::Guarded;
 using zq::kWrongArguments;
 using zq::common::ReturnSizedText;
+using zq::scheme::CZqDBIndex;
+using zq::scheme::CZqDBRecord;
+using zq::scheme::CZqDBTypedEntry;
 
 namespace {
 
-constexpr uint32_t kTooSmall = ZQERR_COMMON_BUFFER_TOO_SMALL;
 constexpr uint32_t kInternalError = ZQERR_COMMON_INTERNAL_ERROR;
 
 // Ordinary SELECT statements fit without growing the text.
 constexpr std::size_t kSelectReserve = 4097;
 // Room offered to the driver for one SQL type name.
 constexpr uint32_t kTypeNameCapacity = 256;
-
-struct IndexRelease {
-  void operator()(ZqDBIndex_s* index) const noexcept { ZqSchemeFreeIndex(index); }
-};
-using IndexRef = std::unique_ptr<ZqDBIndex_s, IndexRelease>;
-
-// Reads a text that a query returns by the buffer rule, growing the buffer
-// once if the first one is too small. `query` is (buffer, size) -> code.
-template <class Query>
-uint32_t ReadText(Query query, std::string& out) {
-  char first[2 * ZQDB_NAME_SIZE + 8];
-  uint32_t size = sizeof first;
-  uint32_t rc = query(first, &size);
-  if (rc == 0) {
-    out.assign(first, strnlen(first, sizeof first));
-    return 0;
-  }
-  if (rc != kTooSmall || size <= sizeof first) return rc;
-  out.assign(size, '\0');
-  rc = query(out.data(), &size);
-  out.resize(rc == 0 ? strnlen(out.data(), out.size()) : 0);
-  return rc;
-}
-
-std::string_view NameOf(const char (&name)[ZQDB_NAME_SIZE]) {
-  return {name, strnlen(name, sizeof name)};
-}
 
 void AppendQuoted(std::string& sql, std::string_view name) {
   sql += '"';
@@ -72,27 +44,12 @@ void AppendName(std::string& sql, std::string_view name, bool quoted) {
   }
 }
 
-uint32_t ReadTableName(HZQDBTABLE table, std::string& name) {
-  const auto readName = [table](char* buffer, uint32_t* size) {
-    return ZqSchemeGetTableName(table, buffer, size);
-  };
-  return ZQ_RETURN_ZQERR(ReadText(readName, name));
-}
-
 // The driver's SQL type of one field. A driver that refuses the type, or
 // leaves no NUL in the room it was given, ends the statement.
-uint32_t AppendFieldType(HZQDBTABLE table, uint32_t position, const ZQDBDRIVER& driver,
-                         std::string& sql) {
-  uint32_t size = 0;
-  uint32_t precision = 0;
-  char letter = '\0';
-  if (const uint32_t rc =
-          ZQ_RETURN_ZQERR(ZqSchemeGetTypeSizeInfo(table, position, &size, &precision, &letter))) {
-    return rc;
-  }
+uint32_t AppendFieldType(const CZqDBTypedEntry& field, const ZQDBDRIVER& driver, std::string& sql) {
   char type[kTypeNameCapacity] = {};
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(
-          driver.typeName(driver.context, letter, size, precision, type, sizeof type))) {
+  if (const uint32_t rc = ZQ_RETURN_ZQERR(driver.typeName(
+          driver.context, field.Letter(), field.Size(), field.Precision(), type, sizeof type))) {
     return rc;
   }
   const void* end = std::memchr(type, '\0', sizeof type);
@@ -101,124 +58,65 @@ uint32_t AppendFieldType(HZQDBTABLE table, uint32_t position, const ZQDBDRIVER& 
   return 0;
 }
 
-// "name" type,"name" type,...
-uint32_t AppendColumns(HZQDBTABLE table, const ZQDBDRIVER& driver, std::string& sql) {
-  uint32_t count = 0;
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetFieldCount(table, &count))) return rc;
-  for (uint32_t position = 0; position < count; ++position) {
-    ZQDBFIELDINFO info{};
-    if (const uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetFieldInfoByIndex(table, position, &info))) {
-      return rc;
-    }
-    if (position != 0) sql += ',';
-    AppendQuoted(sql, NameOf(info.name));
-    sql += ' ';
-    if (const uint32_t rc = AppendFieldType(table, position, driver, sql)) return rc;
-  }
-  return 0;
-}
-
 // CREATE [UNIQUE ]INDEX "index" on "table" ("a" asc, "b" desc);
-uint32_t AppendIndex(HZQDBINDEX index, std::string_view tableName, std::string& sql) {
-  std::string name;
-  uint32_t unique = 0;
-  uint32_t count = 0;
-  const auto readName = [index](char* buffer, uint32_t* size) {
-    return ZqSchemeGetIndexName(index, buffer, size);
-  };
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(ReadText(readName, name))) return rc;
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetIndexInfo(index, &unique))) return rc;
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetIndexFieldCount(index, &count))) return rc;
-
-  sql += unique != 0 ? "CREATE UNIQUE INDEX " : "CREATE INDEX ";
-  AppendQuoted(sql, name);
+void AppendIndex(const CZqDBIndex& index, std::string_view tableName, std::string& sql) {
+  sql += index.Unique() ? "CREATE UNIQUE INDEX " : "CREATE INDEX ";
+  AppendQuoted(sql, index.Name().View());
   sql += " on ";
   AppendQuoted(sql, tableName);
   sql += " (";
-  for (uint32_t position = 0; position < count; ++position) {
-    ZQDBINDEXFIELDINFO field{};
-    if (const uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetIndexFieldInfo(index, position, &field))) {
-      return rc;
-    }
-    if (position != 0) sql += ", ";
-    AppendQuoted(sql, NameOf(field.name));
+  bool first = true;
+  for (const CZqDBIndex::Field& field : index.Fields()) {
+    if (!first) sql += ", ";
+    first = false;
+    AppendQuoted(sql, field.name.View());
     sql += field.order == ZQDB_ORDER_DESC ? " desc" : " asc";
   }
   sql += ");";
-  return 0;
 }
 
-uint32_t BuildCreation(HZQDBTABLE table, const ZQDBDRIVER& driver, std::string& sql) {
-  std::string tableName;
-  if (const uint32_t rc = ReadTableName(table, tableName)) return rc;
+uint32_t BuildCreation(const CZqDBRecord& table, const ZQDBDRIVER& driver, std::string& sql) {
   sql += "CREATE TABLE ";
-  AppendQuoted(sql, tableName);
+  AppendQuoted(sql, table.Name().View());
   sql += " (";
-  if (const uint32_t rc = AppendColumns(table, driver, sql)) return rc;
-  sql += ");";
-
-  uint32_t count = 0;
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetIndexCount(table, &count))) return rc;
-  for (uint32_t position = 0; position < count; ++position) {
-    HZQDBINDEX raw = nullptr;
-    if (const uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetIndexByIndex(table, position, &raw))) {
-      return rc;
-    }
-    const IndexRef index(raw);
-    if (const uint32_t rc = AppendIndex(index.get(), tableName, sql)) return rc;
+  bool first = true;
+  for (const auto& field : table.Fields()) {
+    if (!first) sql += ',';
+    first = false;
+    AppendQuoted(sql, field->Name().View());
+    sql += ' ';
+    if (const uint32_t rc = AppendFieldType(*field, driver, sql)) return rc;
   }
+  sql += ");";
+  for (const auto& index : table.Indexes())
+    AppendIndex(*index, table.Name().View(), sql);
   return 0;
 }
 
-uint32_t BuildDrop(HZQDBTABLE table, std::string& sql) {
-  std::string tableName;
-  if (const uint32_t rc = ReadTableName(table, tableName)) return rc;
+uint32_t BuildDrop(const CZqDBRecord& table, std::string& sql) {
   sql += "DROP TABLE ";
-  AppendQuoted(sql, tableName);
-  return 0;
-}
-
-// A field's source table and field, split out of its quoted source text
-// "table"."field". The table part ends at the first quote after the opening
-// one, so a point inside either name is harmless.
-uint32_t ReadFieldSource(HZQDBTABLE table, uint32_t position, std::string& sourceTable,
-                         std::string& sourceField) {
-  std::string text;
-  const auto readSource = [table, position](char* buffer, uint32_t* size) {
-    return ZqSchemeGetFieldSource(table, position, buffer, size, 1);
-  };
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(ReadText(readSource, text))) return rc;
-  const std::size_t close = text.find('"', 1);
-  const bool wellFormed = text.size() >= 5 && text.front() == '"' && text.back() == '"' &&
-                          close != std::string::npos && close + 4 <= text.size() &&
-                          text.compare(close, 3, "\".\"") == 0;
-  if (!wellFormed) return ZQ_RETURN_ZQERR(kInternalError);
-  sourceTable.assign(text, 1, close - 1);
-  sourceField.assign(text, close + 3, text.size() - close - 4);
+  AppendQuoted(sql, table.Name().View());
   return 0;
 }
 
 // SELECT t.f, ... FROM t, ... with the distinct source tables in byte order
-// (std::string compares its characters as unsigned bytes).
-uint32_t BuildSelect(HZQDBTABLE table, bool quoted, std::string& sql) {
+// (std::string_view compares its characters as unsigned bytes).
+uint32_t BuildSelect(const CZqDBRecord& table, bool quoted, std::string& sql) {
   sql.reserve(kSelectReserve);
-  uint32_t count = 0;
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetFieldCount(table, &count))) return rc;
-  std::set<std::string> sourceTables;
+  std::set<std::string_view> sourceTables;
   sql += "SELECT ";
-  for (uint32_t position = 0; position < count; ++position) {
-    std::string sourceTable;
-    std::string sourceField;
-    if (const uint32_t rc = ReadFieldSource(table, position, sourceTable, sourceField)) return rc;
-    if (position != 0) sql += ", ";
-    AppendName(sql, sourceTable, quoted);
+  bool first = true;
+  for (const auto& field : table.Fields()) {
+    if (!first) sql += ", ";
+    first = false;
+    AppendName(sql, field->SourceTable().View(), quoted);
     sql += '.';
-    AppendName(sql, sourceField, quoted);
-    sourceTables.insert(std::move(sourceTable));
+    AppendName(sql, field->SourceField().View(), quoted);
+    sourceTables.insert(field->SourceTable().View());
   }
   sql += " FROM ";
-  bool first = true;
-  for (const std::string& sourceTable : sourceTables) {
+  first = true;
+  for (const std::string_view sourceTable : sourceTables) {
     if (!first) sql += ", ";
     first = false;
     AppendName(sql, sourceTable, quoted);
@@ -247,21 +145,24 @@ ZQ_API uint32_t ZqDBGetTableCreationSQL(HZQDBTABLE table, char* buffer, uint32_t
   if (table == nullptr || size == nullptr || driver == nullptr || driver->typeName == nullptr) {
     return kWrongArguments;
   }
-  return BuildAndDeliver(buffer, size,
-                         [&](std::string& sql) { return BuildCreation(table, *driver, sql); });
+  return BuildAndDeliver(buffer, size, [&](std::string& sql) {
+    return BuildCreation(*CZqDBRecord::From(table), *driver, sql);
+  });
 }
 
 ZQ_API uint32_t ZqDBGetTableDeleteSQL(HZQDBTABLE table, char* buffer, uint32_t* size,
                                       const ZQDBDRIVER* /*driver*/) {
   if (table == nullptr || size == nullptr) return kWrongArguments;
-  return BuildAndDeliver(buffer, size, [&](std::string& sql) { return BuildDrop(table, sql); });
+  return BuildAndDeliver(
+      buffer, size, [&](std::string& sql) { return BuildDrop(*CZqDBRecord::From(table), sql); });
 }
 
 ZQ_API uint32_t ZqDBGetRecordsetCreationSQL(HZQDBTABLE table, uint32_t quoted, char* buffer,
                                             uint32_t* size) {
   if (table == nullptr || size == nullptr) return kWrongArguments;
-  return BuildAndDeliver(buffer, size,
-                         [&](std::string& sql) { return BuildSelect(table, quoted != 0, sql); });
+  return BuildAndDeliver(buffer, size, [&](std::string& sql) {
+    return BuildSelect(*CZqDBRecord::From(table), quoted != 0, sql);
+  });
 }
 
 }  // extern "C"
