@@ -2,6 +2,7 @@
 #   NM, READELF         binutils programs
 #   LIBRARY             the shared object to read
 #   ALLOWED_PREFIXES    list: a public name starts with one of these
+#   ALLOWED_NAMES       list: or is one of these exactly
 #   EXPECTED_SONAME     optional: the soname the object must carry
 #   HEADER_DIR          optional: every function a header there declares with
 #                       ZQ_API must be exported
@@ -51,6 +52,9 @@ foreach(i RANGE ${last})
     continue()
   endif()
   set(allowed FALSE)
+  if(name IN_LIST ALLOWED_NAMES)
+    set(allowed TRUE)
+  endif()
   foreach(prefix IN LISTS ALLOWED_PREFIXES)
     string(FIND "${name}" "${prefix}" at)
     if(at EQUAL 0)
