@@ -2,9 +2,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "log/log_on_error.h"
 #include "os/memory.h"
 #include "scheme/record.h"
 #include "scheme/scheme_files.h"
@@ -476,6 +478,79 @@ TEST_F(Record, FailuresAreLoggedWithTheHandle) {
                     "ZqRecordGetField error;" + handle + ";fld_name 'nope'",
                 std::string("ZqSysRecord;error;zqerr 8=0x8 - 'COMMON:BUFFER_TOO_LARGE';") +
                     "ZqRecordSetFieldByIndex error;" + handle + ";fld_idx 0"}));
+}
+
+// Log-on-error reports, as "file:line code", through the error-site hooks
+// with every site enabled. Each test runs in its own process, so every site
+// starts undecided and its first failure goes to the check.
+std::vector<std::string> g_reports;
+void RecordReport(uint32_t code, const char* file, int line) {
+  g_reports.push_back(std::string(file) + ":" + std::to_string(line) + " " + std::to_string(code));
+}
+
+class RecordReports : public Record {
+ protected:
+  void SetUp() override {
+    Record::SetUp();
+    zq::log::SetErrorSiteHooksForTesting(
+        {[](uint32_t code, const char*, const char*, const char* file, int line) {
+           RecordReport(code, file, line);
+           return 1u;
+         },
+         [](uint32_t code, const char*, const char*, const char* file, int line) {
+           RecordReport(code, file, line);
+         }});
+  }
+  void TearDown() override {
+    zq::os::FailAllocationAfter(-1);
+    zq::log::SetErrorSiteHooksForTesting({nullptr, nullptr});
+    Record::TearDown();
+  }
+};
+
+TEST_F(RecordReports, EachFailureIsReportedOnce) {
+  HZQDBTABLE badWidth = Table({"a,i3"}, "bad");
+  HZQDBTABLE empty = Table({}, "empty");
+  HZQDBTABLE plain = Table({"id,i4"}, "plain");
+  HZQRECORD source = Make({"c,c10"}, "long");
+  HZQRECORD shorter = Make({"c,c2"}, "short");
+  ASSERT_EQ(ZqRecordSetField(source, "c", "abcdef", 7), 0u);
+  HZQRECORD made = nullptr;
+  uint32_t size = 1;
+  uint8_t buffer[8];
+  const struct {
+    const char* what;
+    std::function<uint32_t()> call;
+    uint32_t rc;
+  } cases[] = {
+      {"create with a type of no layout", [&] { return ZqRecordCreateInMemory(&made, badWidth); },
+       ZQERR_DB_INVALID_TYPE},
+      {"size of a type of no layout", [&] { return ZqRecordGetStructSize(badWidth, &size); },
+       ZQERR_DB_INVALID_TYPE},
+      {"create without fields", [&] { return ZqRecordCreateInMemory(&made, empty); },
+       ZQERR_DB_EMPTY_SHEME},
+      {"size without fields", [&] { return ZqRecordGetStructSize(empty, &size); },
+       ZQERR_DB_EMPTY_SHEME},
+      {"caller's buffer of another size",
+       [&] { return ZqRecordCreateInMemoryEx(&made, plain, nullptr, &size, buffer); }, kMismatch},
+      {"create without memory",
+       [&] {
+         zq::os::FailAllocationAfter(1);
+         return ZqRecordCreateInMemory(&made, plain);
+       },
+       ZQERR_COMMON_NO_MEMORY},
+      {"unknown field name", [&] { return ZqRecordSetField(source, "nope", "x", 1); },
+       kNoSuchField},
+      {"copy into a shorter field", [&] { return ZqRecordBlindCopyRecord(shorter, source); },
+       kTooLarge},
+  };
+  for (const auto& c : cases) {
+    g_reports.clear();
+    EXPECT_EQ(c.call(), c.rc) << c.what;
+    zq::os::FailAllocationAfter(-1);
+    EXPECT_EQ(g_reports.size(), 1u) << c.what << ": " << ::testing::PrintToString(g_reports);
+  }
+  EXPECT_EQ(made, nullptr);
 }
 
 }  // namespace
