@@ -10,6 +10,7 @@
 #include "os/memory.h"
 #include "scheme/record.h"
 #include "scheme/scheme_files.h"
+#include "support/table_builder.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqrecord.h"
 #include "zqsys/zqscheme.h"
@@ -29,19 +30,17 @@ class Record : public SchemeFiles {
   void TearDown() override {
     for (HZQRECORD record : records_)
       ZqRecordFree(record);
-    for (HZQDBTABLE table : tables_)
-      ZqSchemeFreeTableScheme(table);
+    tables_.clear();
     SchemeFiles::TearDown();
   }
 
   // A table scheme with one "name,type[,source]" description per field.
   HZQDBTABLE Table(const std::vector<const char*>& fields, const char* name = "orders") {
-    HZQDBTABLE table = IntCreateTableScheme(name, 1);
-    EXPECT_NE(table, nullptr);
-    tables_.push_back(table);
+    std::vector<zqtest::Line> lines;
     for (const char* field : fields)
-      EXPECT_EQ(IntAddTextCbk(table, "field", field), 0u) << field;
-    return table;
+      lines.emplace_back("field", field);
+    tables_.push_back(zqtest::MakeTable(name, lines));
+    return tables_.back().get();
   }
   // A record with its own buffer; `fields` receives the value addresses.
   HZQRECORD Make(HZQDBTABLE table, std::vector<void*>* fields = nullptr) {
@@ -79,7 +78,7 @@ class Record : public SchemeFiles {
   }
 
   std::vector<HZQRECORD> records_;
-  std::vector<HZQDBTABLE> tables_;
+  std::vector<zqtest::TableRef> tables_;
 };
 
 // Every type letter, in an order that needs every kind of gap.
@@ -137,7 +136,7 @@ TEST_F(Record, LayoutIsThePackedStructure) {
   Make(Table({"a,i1", "b,i4", "c,c10"}, "small"), &small);
   EXPECT_EQ(static_cast<uint8_t*>(small[1]) - static_cast<uint8_t*>(small[0]), 4);
   EXPECT_EQ(static_cast<uint8_t*>(small[2]) - static_cast<uint8_t*>(small[0]), 8);
-  EXPECT_EQ(ZqRecordGetStructSize(tables_.back(), &structSize), 0u);
+  EXPECT_EQ(ZqRecordGetStructSize(tables_.back().get(), &structSize), 0u);
   EXPECT_EQ(structSize, 20u);
 }
 
@@ -434,7 +433,7 @@ TEST_F(Record, ArgumentsAreChecked) {
   uint32_t value = 0;
   HZQDBTABLE table = nullptr;
   const uint32_t results[] = {
-      ZqRecordCreateInMemory(nullptr, tables_.back()),
+      ZqRecordCreateInMemory(nullptr, tables_.back().get()),
       ZqRecordCreateInMemory(&none, nullptr),
       ZqRecordGetSchemeFromRecord(record, nullptr),
       ZqRecordGetFieldsCount(nullptr, &value),
@@ -455,7 +454,7 @@ TEST_F(Record, ArgumentsAreChecked) {
   for (size_t i = 0; i < std::size(results); ++i)
     EXPECT_EQ(results[i], ZQERR_COMMON_WRONG_ARGUMENTS) << "call " << i;
   EXPECT_EQ(ZqRecordGetSchemeFromRecord(record, &table), 0u);
-  EXPECT_EQ(table, tables_.back());
+  EXPECT_EQ(table, tables_.back().get());
   EXPECT_EQ(ZqRecordGetFieldsCount(record, &value), 0u);
   EXPECT_EQ(value, 1u);
   EXPECT_EQ(ZqRecordFree(nullptr), 0u);
