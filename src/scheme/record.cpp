@@ -1,5 +1,6 @@
 #include "scheme/record.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -16,9 +17,6 @@
 namespace zq::scheme {
 namespace {
 
-constexpr std::uint32_t kNoSuchField = ZQERR_DB_NO_SUCH_FIELD;
-constexpr std::uint32_t kFieldNotSet = ZQERR_DB_FIELD_NOT_SET;
-constexpr std::uint32_t kSizesMismatch = ZQERR_COMMON_BUFFER_SIZES_MISMATCH;
 constexpr const char* kCategory = "ZqSysRecord";
 
 // One field of a record.
@@ -37,18 +35,15 @@ std::uint64_t RoundUp(std::uint64_t value, std::uint32_t alignment) {
 
 // Lays the fields out in position order, each at the next multiple of its
 // alignment, and the record size at the next multiple of the largest one.
-// `slots` (count entries) receives each field's type, size and offset when
+// `slots` (one per field) receives each field's type, size and offset when
 // it is not null.
-std::uint32_t LayOut(HZQDBTABLE table, std::uint32_t count, FieldSlot* slots,
+std::uint32_t LayOut(const CZqDBRecord& table, FieldSlot* slots,
                      std::uint32_t& recordSize) noexcept {
   std::uint64_t offset = 0;
   std::uint32_t largest = 1;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    FieldType type{};
-    if (const std::uint32_t rc = ZQ_RETURN_ZQERR(
-            ZqSchemeGetTypeSizeInfo(table, i, &type.size, &type.precision, &type.letter))) {
-      return rc;
-    }
+  const auto& fields = table.Fields();
+  for (std::uint32_t i = 0; i < fields.size(); ++i) {
+    const FieldType type{fields[i]->Letter(), fields[i]->Size(), fields[i]->Precision()};
     std::uint32_t bytes = 0;
     std::uint32_t alignment = 1;
     if (const std::uint32_t rc = ZQ_RETURN_ZQERR(
@@ -57,20 +52,21 @@ std::uint32_t LayOut(HZQDBTABLE table, std::uint32_t count, FieldSlot* slots,
     }
     offset = RoundUp(offset, alignment);
     // Field sizes are 32-bit, so checking each offset keeps the sum in range.
-    if (offset > UINT32_MAX) return ZQERR_COMMON_OVERFLOW;
+    if (offset > UINT32_MAX) return ZQ_RETURN_ZQERR(ZQERR_COMMON_OVERFLOW);
     if (slots != nullptr) slots[i] = {bytes, static_cast<std::uint32_t>(offset), 0, 0, 0, type};
     offset += bytes;
     if (alignment > largest) largest = alignment;
   }
   offset = RoundUp(offset, largest);
-  if (offset > UINT32_MAX) return ZQERR_COMMON_OVERFLOW;
+  if (offset > UINT32_MAX) return ZQ_RETURN_ZQERR(ZQERR_COMMON_OVERFLOW);
   recordSize = static_cast<std::uint32_t>(offset);
   return 0;
 }
 
-std::uint32_t FieldCountOf(HZQDBTABLE table, std::uint32_t& count) noexcept {
-  if (const std::uint32_t rc = ZQ_RETURN_ZQERR(ZqSchemeGetFieldCount(table, &count))) return rc;
-  return count == 0 ? ZQERR_DB_EMPTY_SHEME : 0;
+// The number of fields of a table that has any.
+std::uint32_t FieldCountOf(const CZqDBRecord& table, std::uint32_t& count) noexcept {
+  count = static_cast<std::uint32_t>(table.Fields().size());
+  return count == 0 ? ZQ_RETURN_ZQERR(ZQERR_DB_EMPTY_SHEME) : 0;
 }
 
 // The most bytes a value of the type takes, in 64 bits so that no width of a
@@ -161,7 +157,7 @@ class CInMemoryRecord final : public CRecord {
  public:
   // A record of `count` fields with every field not set and no buffer yet;
   // null when memory runs out.
-  static CInMemoryRecord* Make(HZQDBTABLE table, std::uint32_t count) noexcept;
+  static CInMemoryRecord* Make(CZqDBRecord& table, std::uint32_t count) noexcept;
   // Lays the record out and gives it its buffer, see CreateInMemoryRecord.
   std::uint32_t Init(void** fields, std::uint32_t* size, void* buffer) noexcept;
 
@@ -178,7 +174,7 @@ class CInMemoryRecord final : public CRecord {
   std::uint32_t SetFieldCount() const noexcept override { return setCount_; }
   std::uint32_t GetFieldByIndex(std::uint32_t position, void* buffer, std::uint32_t& size,
                                 std::uint32_t& isNull) noexcept override {
-    if (position >= count_) return kNoSuchField;
+    if (position >= count_) return ZQERR_DB_NO_SUCH_FIELD;
     return GetFieldByIndexAs(position, fields_[position].type, buffer, size, isNull);
   }
   std::uint32_t GetFieldByName(const char* name, void* buffer, std::uint32_t& size,
@@ -204,15 +200,15 @@ class CInMemoryRecord final : public CRecord {
   void Clear() noexcept override;
   std::uint32_t GetFieldByIndexAs(std::uint32_t position, const FieldType& type, void* buffer,
                                   std::uint32_t& size, std::uint32_t& isNull) noexcept override;
-  HZQDBTABLE TableScheme() const noexcept override { return table_; }
+  HZQDBTABLE TableScheme() const noexcept override { return table_->Handle(); }
   std::uint32_t RecordSize() const noexcept override { return size_; }
   std::uint32_t CopyToStruct(void* structure, std::uint32_t size) const noexcept override {
-    if (size != size_) return kSizesMismatch;
+    if (size != size_) return ZQERR_COMMON_BUFFER_SIZES_MISMATCH;
     std::memcpy(structure, buffer_, size);
     return 0;
   }
   std::uint32_t CopyFromStruct(const void* structure, std::uint32_t size) noexcept override {
-    if (size != size_) return kSizesMismatch;
+    if (size != size_) return ZQERR_COMMON_BUFFER_SIZES_MISMATCH;
     std::memmove(buffer_, structure, size);
     MarkAllSet();
     return 0;
@@ -220,17 +216,14 @@ class CInMemoryRecord final : public CRecord {
   std::uint32_t ReloadBuffer(std::uint32_t& size, void* buffer) noexcept override;
 
  private:
-  CInMemoryRecord(HZQDBTABLE table, std::uint32_t count, FieldSlot* fields) noexcept
-      : fields_(fields), count_(count) {
-    ZqDBMakeNewPtrTableScheme(table, &table_);
-  }
+  CInMemoryRecord(CZqDBRecord& table, std::uint32_t count, FieldSlot* fields) noexcept
+      : table_(Share(&table)), fields_(fields), count_(count) {}
   ~CInMemoryRecord() {
     if (!external_) os::Release(buffer_);
-    ZqSchemeFreeTableScheme(table_);
   }
 
   std::uint32_t PositionOf(const char* name, std::uint32_t& position) const noexcept {
-    return ZQ_RETURN_ZQERR(ZqSchemeGetFieldIndexByName(table_, name, &position));
+    return ZQ_RETURN_ZQERR(table_->FindField(name, &position));
   }
   void MarkSet(FieldSlot& field) noexcept {
     if (field.set == 0) ++setCount_;
@@ -241,7 +234,7 @@ class CInMemoryRecord final : public CRecord {
   void MarkAllSet() noexcept;
 
   std::uint32_t refs_ = 1;
-  HZQDBTABLE table_ = nullptr;  // one reference, held for the record's life
+  CRef<CZqDBRecord> table_;  // held for the record's life
   FieldSlot* fields_;
   std::uint32_t count_;
   std::uint32_t size_ = 0;
@@ -252,7 +245,7 @@ class CInMemoryRecord final : public CRecord {
 
 static_assert(sizeof(CInMemoryRecord) % alignof(FieldSlot) == 0);
 
-CInMemoryRecord* CInMemoryRecord::Make(HZQDBTABLE table, std::uint32_t count) noexcept {
+CInMemoryRecord* CInMemoryRecord::Make(CZqDBRecord& table, std::uint32_t count) noexcept {
   void* memory = os::Allocate(sizeof(CInMemoryRecord) + sizeof(FieldSlot) * std::size_t{count});
   if (memory == nullptr) return nullptr;
   auto* fields =
@@ -263,16 +256,18 @@ CInMemoryRecord* CInMemoryRecord::Make(HZQDBTABLE table, std::uint32_t count) no
 }
 
 std::uint32_t CInMemoryRecord::Init(void** fields, std::uint32_t* size, void* buffer) noexcept {
-  if (const std::uint32_t rc = LayOut(table_, count_, fields_, size_)) return rc;
+  if (const std::uint32_t rc = LayOut(*table_, fields_, size_)) return rc;
   if (buffer != nullptr) {
-    if (size == nullptr || *size != size_) return kSizesMismatch;
+    if (size == nullptr || *size != size_) {
+      return ZQ_RETURN_ZQERR(ZQERR_COMMON_BUFFER_SIZES_MISMATCH);
+    }
     buffer_ = static_cast<std::uint8_t*>(buffer);
     external_ = true;
     MarkAllSet();
   } else {
     // A record of empty binary fields has size 0 and still gets a block.
     buffer_ = static_cast<std::uint8_t*>(os::Allocate(size_ == 0 ? 1 : size_));
-    if (buffer_ == nullptr) return kNoMemory;
+    if (buffer_ == nullptr) return ZQ_RETURN_ZQERR(ZQERR_COMMON_NO_MEMORY);
     std::memset(buffer_, 0, size_);
   }
   if (fields != nullptr) {
@@ -286,9 +281,9 @@ std::uint32_t CInMemoryRecord::Init(void** fields, std::uint32_t* size, void* bu
 std::uint32_t CInMemoryRecord::GetFieldByIndexAs(std::uint32_t position, const FieldType& type,
                                                  void* buffer, std::uint32_t& size,
                                                  std::uint32_t& isNull) noexcept {
-  if (position >= count_) return kNoSuchField;
+  if (position >= count_) return ZQERR_DB_NO_SUCH_FIELD;
   const FieldSlot& field = fields_[position];
-  if (field.set == 0) return kFieldNotSet;
+  if (field.set == 0) return ZQERR_DB_FIELD_NOT_SET;
   isNull = field.isNull;
   if (field.isNull != 0) return WriteEmptyValue(type, buffer, size);
   // Whatever type the caller states, a value is read only from the field's
@@ -301,8 +296,8 @@ std::uint32_t CInMemoryRecord::GetFieldByIndexAs(std::uint32_t position, const F
 
 std::uint32_t CInMemoryRecord::SetFieldByIndex(std::uint32_t position, const void* data,
                                                std::uint32_t length) noexcept {
-  if (data == nullptr) return kWrongArguments;
-  if (position >= count_) return kNoSuchField;
+  if (data == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (position >= count_) return ZQERR_DB_NO_SUCH_FIELD;
   FieldSlot& field = fields_[position];
   if (length > field.byteSize) return ZQERR_COMMON_BUFFER_TOO_LARGE;
   std::uint8_t* value = buffer_ + field.offset;
@@ -316,7 +311,7 @@ std::uint32_t CInMemoryRecord::SetFieldByIndex(std::uint32_t position, const voi
 }
 
 std::uint32_t CInMemoryRecord::SetFieldNullByIndex(std::uint32_t position) noexcept {
-  if (position >= count_) return kNoSuchField;
+  if (position >= count_) return ZQERR_DB_NO_SUCH_FIELD;
   FieldSlot& field = fields_[position];
   std::memset(buffer_ + field.offset, 0, field.byteSize);
   field.isNull = 1;
@@ -347,7 +342,7 @@ void CInMemoryRecord::MarkAllSet() noexcept {
 std::uint32_t CInMemoryRecord::ReloadBuffer(std::uint32_t& size, void* buffer) noexcept {
   if (size != size_) {
     size = size_;
-    return kSizesMismatch;
+    return ZQERR_COMMON_BUFFER_SIZES_MISMATCH;
   }
   // Reloading the buffer the record already uses must not free it.
   if (buffer != buffer_) {
@@ -359,31 +354,19 @@ std::uint32_t CInMemoryRecord::ReloadBuffer(std::uint32_t& size, void* buffer) n
   return 0;
 }
 
-// A table or field name from the scheme, empty when it cannot be read; only
-// for trace lines.
-struct NameText {
-  char text[2 * ZQDB_NAME_SIZE + 2] = "";
-};
-
-NameText TableName(HZQDBTABLE table) {
-  NameText name;
-  std::uint32_t size = sizeof name.text;
-  if (ZqSchemeGetTableName(table, name.text, &size) != 0) name.text[0] = '\0';
-  return name;
+// The table scheme of a record: every record is made from one.
+const CZqDBRecord& SchemeOf(const CRecord& record) noexcept {
+  return *CZqDBRecord::From(record.TableScheme());
 }
 
 // The destination name of a source field: the part of its source text after
 // the first point ("table.field"), or the whole text if it has none.
-std::uint32_t SourceFieldName(HZQDBTABLE table, std::uint32_t position, NameText& name) {
-  std::uint32_t size = sizeof name.text;
-  if (const std::uint32_t rc =
-          ZQ_RETURN_ZQERR(ZqSchemeGetFieldSource(table, position, name.text, &size, 0))) {
-    return rc;
-  }
+CZqDBTypedEntry::SourceText SourceFieldName(const CZqDBTypedEntry& field) noexcept {
+  CZqDBTypedEntry::SourceText name = field.Source(false);
   if (const char* point = std::strchr(name.text, '.')) {
     std::memmove(name.text, point + 1, std::strlen(point + 1) + 1);
   }
-  return 0;
+  return name;
 }
 
 // A block for one value of any of the source's fields: the largest max
@@ -392,18 +375,12 @@ std::uint32_t SourceFieldName(HZQDBTABLE table, std::uint32_t position, NameText
 std::uint32_t AllocateValueBuffer(CRecord& source, std::uint8_t*& block,
                                   std::uint32_t& capacity) noexcept {
   std::uint64_t largest = 0;
-  for (std::uint32_t i = 0; i < source.FieldCount(); ++i) {
-    std::uint32_t maxSize = 0;
-    if (const std::uint32_t rc =
-            ZQ_RETURN_ZQERR(ZqSchemeGetFieldMaxSizeByIndex(source.TableScheme(), i, &maxSize))) {
-      return rc;
-    }
-    if (maxSize > largest) largest = maxSize;
-  }
+  for (const auto& field : SchemeOf(source).Fields())
+    largest = std::max(largest, field->MaxSize());
   if (largest + 1 > UINT32_MAX) return ZQERR_COMMON_OVERFLOW;
   capacity = static_cast<std::uint32_t>(largest + 1);
   block = static_cast<std::uint8_t*>(os::Allocate(capacity));
-  return block == nullptr ? kNoMemory : 0;
+  return block == nullptr ? std::uint32_t{ZQERR_COMMON_NO_MEMORY} : 0;
 }
 
 // Walks the source's fields and hands each set value to `put` (position,
@@ -419,7 +396,7 @@ std::uint32_t CopyEachField(CRecord& source, Put&& put) noexcept {
     std::uint32_t size = capacity;
     std::uint32_t isNull = 0;
     rc = source.GetFieldByIndex(i, value, size, isNull);
-    if (rc == kFieldNotSet) {
+    if (rc == ZQERR_DB_FIELD_NOT_SET) {
       rc = 0;
       continue;
     }
@@ -432,17 +409,19 @@ std::uint32_t CopyEachField(CRecord& source, Put&& put) noexcept {
 }  // namespace
 
 std::uint32_t RecordSizeOf(HZQDBTABLE table, std::uint32_t& size) noexcept {
+  const CZqDBRecord& scheme = *CZqDBRecord::From(table);
   std::uint32_t count = 0;
-  if (const std::uint32_t rc = FieldCountOf(table, count)) return rc;
-  return ZQ_RETURN_ZQERR(LayOut(table, count, nullptr, size));
+  if (const std::uint32_t rc = FieldCountOf(scheme, count)) return rc;
+  return LayOut(scheme, nullptr, size);
 }
 
 std::uint32_t CreateInMemoryRecord(HZQDBTABLE table, void** fields, std::uint32_t* size,
                                    void* buffer, CRecord*& record) noexcept {
+  CZqDBRecord& scheme = *CZqDBRecord::From(table);
   std::uint32_t count = 0;
-  if (const std::uint32_t rc = FieldCountOf(table, count)) return rc;
-  CInMemoryRecord* made = CInMemoryRecord::Make(table, count);
-  if (made == nullptr) return kNoMemory;
+  if (const std::uint32_t rc = FieldCountOf(scheme, count)) return rc;
+  CInMemoryRecord* made = CInMemoryRecord::Make(scheme, count);
+  if (made == nullptr) return ZQ_RETURN_ZQERR(ZQERR_COMMON_NO_MEMORY);
   if (const std::uint32_t rc = made->Init(fields, size, buffer)) {
     made->Release();
     return rc;
@@ -464,27 +443,26 @@ std::uint32_t BlindCopyRecord(CRecord& destination, CRecord& source) noexcept {
 // still copied, and the copy then ends with 0x8002 (DB:NO_SUCH_FIELD); any
 // other failure stops it.
 std::uint32_t CopyRecord(CRecord& destination, CRecord& source) noexcept {
-  HZQDBTABLE from = source.TableScheme();
-  ZQ_LOG_SITE_0(ZqLogInfoEx, kCategory, "Record copy %s->%s", TableName(from).text,
-                TableName(destination.TableScheme()).text);
+  const CZqDBRecord& from = SchemeOf(source);
+  ZQ_LOG_SITE_0(ZqLogInfoEx, kCategory, "Record copy %s->%s", from.Name().Get(),
+                SchemeOf(destination).Name().Get());
   bool missing = false;
   const std::uint32_t rc = CopyEachField(
       source, [&](std::uint32_t position, const void* value, std::uint32_t length, bool isNull) {
-        NameText name;
-        if (const std::uint32_t failed = SourceFieldName(from, position, name)) return failed;
+        const CZqDBTypedEntry::SourceText name = SourceFieldName(*from.FieldAt(position));
         ZQ_LOG_SITE_0(ZqLogInfoEx, kCategory, "-src field %d %s ", static_cast<int>(position),
                       name.text);
         // A source field name of 64 or more characters is kept empty: no
         // destination field has it.
-        const std::uint32_t put = name.text[0] == '\0' ? kNoSuchField
+        const std::uint32_t put = name.text[0] == '\0' ? std::uint32_t{ZQERR_DB_NO_SUCH_FIELD}
                                   : isNull             ? destination.SetFieldNullByName(name.text)
                                            : destination.SetFieldByName(name.text, value, length);
-        if (put != kNoSuchField) return put;
+        if (put != ZQERR_DB_NO_SUCH_FIELD) return put;
         missing = true;
         return 0u;
       });
   if (rc != 0) return rc;
-  return missing ? kNoSuchField : 0;
+  return missing ? std::uint32_t{ZQERR_DB_NO_SUCH_FIELD} : 0;
 }
 
 }  // namespace zq::scheme

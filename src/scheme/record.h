@@ -2,7 +2,8 @@
 // laid out as the plain structure of its fields, with per-field set and null
 // state. The exported ZqRecord* functions check their arguments and call the
 // interface below; CreateInMemoryRecord makes the one implementation the
-// library has.
+// library has. The functions below report a failure by log-on-error once,
+// where it arises; their callers pass the code on without reporting it again.
 #pragma once
 
 #include <cstdint>

@@ -4,17 +4,16 @@
 // number.
 #include <cstdint>
 
-#include "log/log_on_error.h"
 #include "log/log_site.h"
-#include "os/edge.h"
 #include "scheme/record.h"
+#include "scheme/scheme_objects.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqlog.h"
 #include "zqsys/zqrecord.h"
 
-using zq::kWrongArguments;
 using zq::scheme::CRecord;
 using zq::scheme::FieldType;
+using zq::scheme::IsName;
 
 // The typed reads: suffix, value type and the type letter that the reads
 // without scheme take from the suffix.
@@ -34,10 +33,6 @@ using zq::scheme::FieldType;
 namespace {
 
 constexpr const char* kCategory = "ZqSysRecord";
-
-bool IsName(const char* name) {
-  return name != nullptr && name[0] != '\0';
-}
 
 bool IsLogged(uint32_t rc) {
   return rc != 0 && rc != ZQERR_COMMON_REAL_SIZE_RETURNED;
@@ -122,27 +117,29 @@ uint32_t ReportSetNullByIndex(uint32_t rc, HZQRECORD record, uint32_t position) 
 // The reads without logging; `buffer` may be null (a size query).
 uint32_t Get(HZQRECORD record, const char* name, void* buffer, uint32_t* size, uint32_t* isNull) {
   if (record == nullptr || !IsName(name) || size == nullptr || isNull == nullptr) {
-    return kWrongArguments;
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   return CRecord::From(record)->GetFieldByName(name, buffer, *size, *isNull);
 }
 
 uint32_t GetByIndex(HZQRECORD record, uint32_t position, void* buffer, uint32_t* size,
                     uint32_t* isNull) {
-  if (record == nullptr || size == nullptr || isNull == nullptr) return kWrongArguments;
+  if (record == nullptr || size == nullptr || isNull == nullptr)
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CRecord::From(record)->GetFieldByIndex(position, buffer, *size, *isNull);
 }
 
 uint32_t GetWithoutScheme(HZQRECORD record, uint32_t position, const FieldType& type, void* buffer,
                           uint32_t* size, uint32_t* isNull) {
-  if (record == nullptr || size == nullptr || isNull == nullptr) return kWrongArguments;
+  if (record == nullptr || size == nullptr || isNull == nullptr)
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CRecord::From(record)->GetFieldByIndexAs(position, type, buffer, *size, *isNull);
 }
 
 // The typed reads: the plain read into a value of the type's size.
 template <class T>
 uint32_t GetTyped(HZQRECORD record, const char* name, T* value) {
-  if (value == nullptr) return ReportGet(kWrongArguments, record, name);
+  if (value == nullptr) return ReportGet(ZQERR_COMMON_WRONG_ARGUMENTS, record, name);
   uint32_t size = sizeof(T);
   uint32_t isNull = 0;
   return ReportGet(Get(record, name, value, &size, &isNull), record, name);
@@ -150,7 +147,7 @@ uint32_t GetTyped(HZQRECORD record, const char* name, T* value) {
 
 template <class T>
 uint32_t GetTypedByIndex(HZQRECORD record, uint32_t position, T* value) {
-  if (value == nullptr) return ReportGetByIndex(kWrongArguments, record, position);
+  if (value == nullptr) return ReportGetByIndex(ZQERR_COMMON_WRONG_ARGUMENTS, record, position);
   uint32_t size = sizeof(T);
   uint32_t isNull = 0;
   return ReportGetByIndex(GetByIndex(record, position, value, &size, &isNull), record, position);
@@ -160,7 +157,8 @@ uint32_t GetTypedByIndex(HZQRECORD record, uint32_t position, T* value) {
 template <class T>
 uint32_t GetTypedWithoutScheme(HZQRECORD record, uint32_t position, char letter, T* value) {
   const FieldType type{letter, letter == 't' ? 0u : static_cast<uint32_t>(sizeof(T)), 0};
-  if (value == nullptr) return ReportGetWithoutScheme(kWrongArguments, record, position, type);
+  if (value == nullptr)
+    return ReportGetWithoutScheme(ZQERR_COMMON_WRONG_ARGUMENTS, record, position, type);
   uint32_t size = sizeof(T);
   uint32_t isNull = 0;
   return ReportGetWithoutScheme(GetWithoutScheme(record, position, type, value, &size, &isNull),
@@ -179,10 +177,9 @@ ZQ_API uint32_t ZqRecordCreateInMemory(HZQRECORD* record, HZQDBTABLE table) {
 
 ZQ_API uint32_t ZqRecordCreateInMemoryEx(HZQRECORD* record, HZQDBTABLE table, void** fields,
                                          uint32_t* size, void* buffer) {
-  if (record == nullptr || table == nullptr) return kWrongArguments;
+  if (record == nullptr || table == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   CRecord* made = nullptr;
-  if (const uint32_t rc =
-          ZQ_RETURN_ZQERR(zq::scheme::CreateInMemoryRecord(table, fields, size, buffer, made))) {
+  if (const uint32_t rc = zq::scheme::CreateInMemoryRecord(table, fields, size, buffer, made)) {
     return rc;
   }
   *record = made->Handle();
@@ -195,21 +192,21 @@ ZQ_API uint32_t ZqRecordFree(HZQRECORD record) {
 }
 
 ZQ_API uint32_t ZqRecordGetSchemeFromRecord(HZQRECORD record, HZQDBTABLE* table) {
-  if (record == nullptr || table == nullptr) return kWrongArguments;
+  if (record == nullptr || table == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *table = CRecord::From(record)->TableScheme();
   return 0;
 }
 
 ZQ_API uint32_t ZqRecordGetFieldsCount(HZQRECORD record, uint32_t* count) {
-  if (record == nullptr || count == nullptr) return kWrongArguments;
+  if (record == nullptr || count == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *count = CRecord::From(record)->FieldCount();
   return 0;
 }
 
 ZQ_API uint32_t ZqRecordGetStructSize(HZQDBTABLE table, uint32_t* size) {
-  if (table == nullptr || size == nullptr) return kWrongArguments;
+  if (table == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   uint32_t recordSize = 0;
-  if (const uint32_t rc = ZQ_RETURN_ZQERR(zq::scheme::RecordSizeOf(table, recordSize))) return rc;
+  if (const uint32_t rc = zq::scheme::RecordSizeOf(table, recordSize)) return rc;
   *size = recordSize;
   return 0;
 }
@@ -275,7 +272,7 @@ ZQ_RECORD_TYPED(ZQ_RECORD_TYPED_GETTERS)
 ZQ_API uint32_t ZqRecordSetField(HZQRECORD record, const char* name, const void* data,
                                  uint32_t length) {
   if (record == nullptr || !IsName(name) || data == nullptr) {
-    return ReportSet(kWrongArguments, record, name);
+    return ReportSet(ZQERR_COMMON_WRONG_ARGUMENTS, record, name);
   }
   return ReportSet(CRecord::From(record)->SetFieldByName(name, data, length), record, name);
 }
@@ -283,25 +280,27 @@ ZQ_API uint32_t ZqRecordSetField(HZQRECORD record, const char* name, const void*
 ZQ_API uint32_t ZqRecordSetFieldByIndex(HZQRECORD record, uint32_t position, const void* data,
                                         uint32_t length) {
   if (record == nullptr || data == nullptr) {
-    return ReportSetByIndex(kWrongArguments, record, position);
+    return ReportSetByIndex(ZQERR_COMMON_WRONG_ARGUMENTS, record, position);
   }
   return ReportSetByIndex(CRecord::From(record)->SetFieldByIndex(position, data, length), record,
                           position);
 }
 
 ZQ_API uint32_t ZqRecordSetFieldNull(HZQRECORD record, const char* name) {
-  if (record == nullptr || !IsName(name)) return ReportSetNull(kWrongArguments, record, name);
+  if (record == nullptr || !IsName(name))
+    return ReportSetNull(ZQERR_COMMON_WRONG_ARGUMENTS, record, name);
   return ReportSetNull(CRecord::From(record)->SetFieldNullByName(name), record, name);
 }
 
 ZQ_API uint32_t ZqRecordSetFieldNullByIndex(HZQRECORD record, uint32_t position) {
-  if (record == nullptr) return ReportSetNullByIndex(kWrongArguments, record, position);
+  if (record == nullptr)
+    return ReportSetNullByIndex(ZQERR_COMMON_WRONG_ARGUMENTS, record, position);
   return ReportSetNullByIndex(CRecord::From(record)->SetFieldNullByIndex(position), record,
                               position);
 }
 
 ZQ_API uint32_t ZqRecordClear(HZQRECORD record) {
-  if (record == nullptr) return kWrongArguments;
+  if (record == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   CRecord::From(record)->Clear();
   return 0;
 }
@@ -309,27 +308,28 @@ ZQ_API uint32_t ZqRecordClear(HZQRECORD record) {
 // ---- Whole buffers and copies ----
 
 ZQ_API uint32_t ZqRecordCopyToStruct(HZQRECORD record, void* structure, uint32_t size) {
-  if (record == nullptr || structure == nullptr) return kWrongArguments;
+  if (record == nullptr || structure == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CRecord::From(record)->CopyToStruct(structure, size);
 }
 
 ZQ_API uint32_t ZqRecordCopyFromStruct(HZQRECORD record, const void* structure, uint32_t size) {
-  if (record == nullptr || structure == nullptr) return kWrongArguments;
+  if (record == nullptr || structure == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CRecord::From(record)->CopyFromStruct(structure, size);
 }
 
 ZQ_API uint32_t ZqRecordReloadBufferInMemory(HZQRECORD record, uint32_t* size, void* buffer) {
-  if (record == nullptr || size == nullptr || buffer == nullptr) return kWrongArguments;
+  if (record == nullptr || size == nullptr || buffer == nullptr)
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CRecord::From(record)->ReloadBuffer(*size, buffer);
 }
 
 ZQ_API uint32_t ZqRecordBlindCopyRecord(HZQRECORD destination, HZQRECORD source) {
-  if (destination == nullptr || source == nullptr) return kWrongArguments;
+  if (destination == nullptr || source == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::scheme::BlindCopyRecord(*CRecord::From(destination), *CRecord::From(source));
 }
 
 ZQ_API uint32_t ZqRecordCopyRecord(HZQRECORD destination, HZQRECORD source) {
-  if (destination == nullptr || source == nullptr) return kWrongArguments;
+  if (destination == nullptr || source == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::scheme::CopyRecord(*CRecord::From(destination), *CRecord::From(source));
 }
 

@@ -1,6 +1,8 @@
 // Schemes read from and written as INI text: the loader of "dbscheme:",
 // "table:" and "view:" sections, recordset schemes, life numbers written
-// back, and the line writer CbkSaveToDb.
+// back, and the line writer behind CbkSaveToDb.
+#include "scheme/scheme_ini.h"
+
 #include <cstdio>
 
 #include "log/log_on_error.h"
@@ -48,11 +50,9 @@ std::uint32_t ParseLifeNumber(const char* text, std::uint32_t* value) {
 
 std::uint32_t LoadItem(const SchemeLoad& load, std::string_view key, const char* name) {
   const std::uint32_t kind = key == "table" ? ZQDB_ITEM_TABLE : ZQDB_ITEM_VIEW;
-  CRef<CZqDBRecord> table(CZqDBRecord::Create(name, kind));
-  if (!table)
-    return ZQ_RETURN_ZQERR(name == nullptr || std::strlen(name) >= ZQDB_NAME_SIZE
-                               ? ZQERR_COMMON_BUFFER_TOO_SMALL
-                               : ZQERR_COMMON_NO_MEMORY);
+  CZqDBRecord* made = nullptr;
+  if (const std::uint32_t rc = CZqDBRecord::Create(name, kind, &made)) return ZQ_RETURN_ZQERR(rc);
+  CRef<CZqDBRecord> table(made);
   String section(key);
   section += ':';
   section += load.scheme->Name().View();
@@ -78,64 +78,6 @@ std::uint32_t AddSchemeLine(const char*, char* key, char* value, void* context) 
       load.scheme->SetLifeNumber(life);
     }
     return 0;
-  });
-}
-
-std::uint32_t LoadScheme(std::uint32_t ini, const char* name, HZQDBSCHEME* out) {
-  if (out == nullptr || name == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
-  CZqDBScheme* scheme = CZqDBScheme::Create(name);
-  *out = scheme != nullptr ? scheme->Handle() : nullptr;
-  if (scheme == nullptr) {
-    return ZQ_RETURN_ZQERR(std::strlen(name) >= ZQDB_NAME_SIZE ? ZQERR_COMMON_BUFFER_TOO_SMALL
-                                                               : ZQERR_COMMON_NO_MEMORY);
-  }
-  return Guarded([&]() -> std::uint32_t {
-    const SchemeLoad load{ini, scheme};
-    const String section = SchemeSection(name);
-    if (const std::uint32_t rc = ZqIniCustEnumKeys(ini, section.c_str(), AddSchemeLine,
-                                                   const_cast<SchemeLoad*>(&load))) {
-      return ZQ_RETURN_ZQERR(rc);
-    }
-    return ZQ_RETURN_ZQERR(scheme->Check());
-  });
-}
-
-std::uint32_t LoadRecordset(std::uint32_t ini, const char* section, HZQDBTABLE* out) {
-  if (out == nullptr || section == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
-  CRef<CZqDBRecord> table(CZqDBRecord::Create(section, 0));
-  if (!table) {
-    return ZQ_RETURN_ZQERR(std::strlen(section) >= ZQDB_NAME_SIZE ? ZQERR_COMMON_BUFFER_TOO_SMALL
-                                                                  : ZQERR_COMMON_NO_MEMORY);
-  }
-  if (const std::uint32_t rc = ZqIniCustEnumKeys(ini, section, AddTableLine, table.Get())) {
-    return ZQ_RETURN_ZQERR(rc);
-  }
-  if (table->Fields().empty()) {
-    ZQ_LOG_SITE(ZqLogErrorEx, kCategory, "Empty table scheme;tbl-name \"%s\"", section);
-    return ZQ_RETURN_ZQERR(ZQERR_DB_WRONG_DB_SCHEME);
-  }
-  *out = table.Detach()->Handle();
-  return 0;
-}
-
-// Runs `body` on the INI file `path`, opened for it and closed after.
-template <class Body>
-std::uint32_t WithIniFile(const char* path, Body&& body) {
-  if (path == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
-  std::uint32_t ini = 0;
-  if (const std::uint32_t rc = ZqIniCustOpen(&ini, path)) return ZQ_RETURN_ZQERR(rc);
-  const std::uint32_t rc = body(ini);
-  ZqIniCustClose(ini);
-  return rc;
-}
-
-std::uint32_t WriteLifeNumber(std::uint32_t ini, HZQDBSCHEME scheme, std::uint32_t life) {
-  if (scheme == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
-  return Guarded([&] {
-    const String section = SchemeSection(CZqDBScheme::From(scheme)->Name().View());
-    char text[16];
-    std::snprintf(text, sizeof(text), "%u", life);
-    return ZQ_RETURN_ZQERR(ZqIniCustWriteStr(ini, section.c_str(), "lifenumber", text));
   });
 }
 
@@ -211,6 +153,44 @@ std::uint32_t SaveTable(CLineWriter& out, const CZqDBScheme& scheme, const CZqDB
   return 0;
 }
 
+}  // namespace
+
+std::uint32_t LoadScheme(std::uint32_t ini, const char* name, HZQDBSCHEME* out) {
+  CZqDBScheme* scheme = nullptr;
+  const std::uint32_t made = CZqDBScheme::Create(name, &scheme);
+  *out = scheme != nullptr ? scheme->Handle() : nullptr;
+  if (made != 0) return ZQ_RETURN_ZQERR(made);
+  const SchemeLoad load{ini, scheme};
+  const String section = SchemeSection(name);
+  if (const std::uint32_t rc =
+          ZqIniCustEnumKeys(ini, section.c_str(), AddSchemeLine, const_cast<SchemeLoad*>(&load))) {
+    return ZQ_RETURN_ZQERR(rc);
+  }
+  return ZQ_RETURN_ZQERR(scheme->Check());
+}
+
+std::uint32_t LoadRecordset(std::uint32_t ini, const char* section, HZQDBTABLE* out) {
+  CZqDBRecord* made = nullptr;
+  if (const std::uint32_t rc = CZqDBRecord::Create(section, 0, &made)) return ZQ_RETURN_ZQERR(rc);
+  CRef<CZqDBRecord> table(made);
+  if (const std::uint32_t rc = ZqIniCustEnumKeys(ini, section, AddTableLine, table.Get())) {
+    return ZQ_RETURN_ZQERR(rc);
+  }
+  if (table->Fields().empty()) {
+    ZQ_LOG_SITE(ZqLogErrorEx, kCategory, "Empty table scheme;tbl-name \"%s\"", section);
+    return ZQ_RETURN_ZQERR(ZQERR_DB_WRONG_DB_SCHEME);
+  }
+  *out = table.Detach()->Handle();
+  return 0;
+}
+
+std::uint32_t WriteLifeNumber(std::uint32_t ini, const CZqDBScheme& scheme, std::uint32_t life) {
+  const String section = SchemeSection(scheme.Name().View());
+  char text[16];
+  std::snprintf(text, sizeof(text), "%u", life);
+  return ZQ_RETURN_ZQERR(ZqIniCustWriteStr(ini, section.c_str(), "lifenumber", text));
+}
+
 std::uint32_t SaveScheme(const CZqDBScheme& scheme, ZQSCHEME_SAVE_CBK callback, void* context) {
   CLineWriter out(callback, context);
   const String section = SchemeSection(scheme.Name().View());
@@ -226,50 +206,4 @@ std::uint32_t SaveScheme(const CZqDBScheme& scheme, ZQSCHEME_SAVE_CBK callback, 
   return 0;
 }
 
-}  // namespace
 }  // namespace zq::scheme
-
-using zq::Guarded;
-namespace zs = zq::scheme;
-
-ZQ_API uint32_t ZqSchemeCreateSchemeFromIni(HZQDBSCHEME* scheme, const char* name) {
-  return Guarded([&] { return zs::LoadScheme(ZQINI_DEFAULT_HANDLE, name, scheme); });
-}
-
-ZQ_API uint32_t ZqSchemeCreateSchemeFromIni2(HZQDBSCHEME* scheme, const char* iniFile,
-                                             const char* name) {
-  if (scheme == nullptr || name == nullptr) return zq::kWrongArguments;
-  return Guarded([&] {
-    return zs::WithIniFile(iniFile,
-                           [&](uint32_t ini) { return zs::LoadScheme(ini, name, scheme); });
-  });
-}
-
-ZQ_API uint32_t ZqSchemeCreateRecordsetSchemeFromIni(const char* section, HZQDBTABLE* table) {
-  return Guarded([&] { return zs::LoadRecordset(ZQINI_DEFAULT_HANDLE, section, table); });
-}
-
-ZQ_API uint32_t ZqSchemeCreateRecordsetSchemeFromIni2(const char* iniFile, const char* section,
-                                                      HZQDBTABLE* table) {
-  if (section == nullptr || table == nullptr) return zq::kWrongArguments;
-  return Guarded([&] {
-    return zs::WithIniFile(iniFile,
-                           [&](uint32_t ini) { return zs::LoadRecordset(ini, section, table); });
-  });
-}
-
-ZQ_API uint32_t ZqSchemeSetLifeNumToIni(HZQDBSCHEME scheme, uint32_t lifeNum) {
-  return zs::WriteLifeNumber(ZQINI_DEFAULT_HANDLE, scheme, lifeNum);
-}
-
-ZQ_API uint32_t ZqSchemeSetLifeNumToIni2(const char* iniFile, HZQDBSCHEME scheme,
-                                         uint32_t lifeNum) {
-  if (scheme == nullptr) return zq::kWrongArguments;
-  return zs::WithIniFile(iniFile,
-                         [&](uint32_t ini) { return zs::WriteLifeNumber(ini, scheme, lifeNum); });
-}
-
-ZQ_API uint32_t CbkSaveToDb(HZQDBSCHEME scheme, ZQSCHEME_SAVE_CBK callback, void* context) {
-  if (scheme == nullptr || callback == nullptr) return zq::kWrongArguments;
-  return Guarded([&] { return zs::SaveScheme(*zs::CZqDBScheme::From(scheme), callback, context); });
-}

@@ -132,6 +132,15 @@ void CZqDBTypedEntry::SetSource(std::string_view table, std::string_view field) 
   if (sourceField_.Set(field) != 0) sourceField_.Set(std::string_view());
 }
 
+CZqDBTypedEntry::SourceText CZqDBTypedEntry::Source(bool quoted) const noexcept {
+  SourceText source;
+  const int length =
+      std::snprintf(source.text, sizeof(source.text), quoted ? "\"%s\".\"%s\"" : "%s.%s",
+                    sourceTable_.Get(), sourceField_.Get());
+  source.length = static_cast<std::size_t>(length);
+  return source;
+}
+
 // ---- Indexes ----
 
 std::uint32_t CZqDBIndex::Parse(const char* description, CRef<CZqDBIndex>* out) {
@@ -185,11 +194,17 @@ std::uint32_t CZqDBIndex::Parse(const char* description, CRef<CZqDBIndex>* out) 
 
 // ---- Table schemes ----
 
-CZqDBRecord* CZqDBRecord::Create(const char* name, std::uint32_t kind) noexcept {
+std::uint32_t CZqDBRecord::Create(const char* name, std::uint32_t kind,
+                                  CZqDBRecord** out) noexcept {
+  // The name is checked first: a bad name is refused even with no memory.
+  CName checked;
+  if (const std::uint32_t rc = checked.Set(name)) return rc;
   CRef<CZqDBRecord> table(os::NewObject<CZqDBRecord>());
-  if (!table || table->name_.Set(name) != 0) return nullptr;
+  if (!table) return ZQERR_COMMON_NO_MEMORY;
+  table->name_ = checked;
   table->kind_ = kind;
-  return table.Detach();
+  *out = table.Detach();
+  return 0;
 }
 
 CZqDBRecord* CZqDBRecord::Copy() const noexcept {
@@ -287,10 +302,14 @@ std::uint32_t CZqDBRecord::AddIndexLine(const char* value) {
 
 // ---- Db schemes ----
 
-CZqDBScheme* CZqDBScheme::Create(const char* name) noexcept {
+std::uint32_t CZqDBScheme::Create(const char* name, CZqDBScheme** out) noexcept {
+  CName checked;
+  if (const std::uint32_t rc = checked.Set(name)) return rc;
   CRef<CZqDBScheme> scheme(os::NewObject<CZqDBScheme>());
-  if (!scheme || scheme->name_.Set(name) != 0) return nullptr;
-  return scheme.Detach();
+  if (!scheme) return ZQERR_COMMON_NO_MEMORY;
+  scheme->name_ = checked;
+  *out = scheme.Detach();
+  return 0;
 }
 
 CZqDBScheme* CZqDBScheme::Copy() const noexcept {

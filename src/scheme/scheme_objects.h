@@ -35,6 +35,11 @@ CRef<T> Share(T* object) noexcept {
   return CRef<T>(object);
 }
 
+// A name the exported functions accept: not null, not empty.
+inline bool IsName(const char* name) noexcept {
+  return name != nullptr && name[0] != '\0';
+}
+
 // A name of at most 63 characters in a 64-byte array.
 class CName {
  public:
@@ -68,6 +73,13 @@ class CZqDBTypedEntry final : public common::CRefCounted {
 
   // A source field of 64 characters or more leaves the source field empty.
   void SetSource(std::string_view table, std::string_view field) noexcept;
+
+  // The source as text: "table.field", or "\"table\".\"field\"" quoted.
+  struct SourceText {
+    char text[2 * ZQDB_NAME_SIZE + 8];
+    std::size_t length;
+  };
+  SourceText Source(bool quoted) const noexcept;
 
   // The most bytes a value of the type takes; 0 for an unknown letter. In
   // 64 bits, so that no size can wrap it.
@@ -114,7 +126,9 @@ class CZqDBIndex final : public common::CRefCounted {
 // A table or view scheme (item kind 1 or 2; 0 for a stand-alone recordset).
 class CZqDBRecord final : public common::CRefCounted {
  public:
-  static CZqDBRecord* Create(const char* name, std::uint32_t kind) noexcept;
+  // A table with one reference in `out`; 2 for a null name, 7 for one of 64
+  // characters or more, 1 when memory runs out.
+  static std::uint32_t Create(const char* name, std::uint32_t kind, CZqDBRecord** out) noexcept;
   // A member-by-member copy sharing the fields and indexes.
   CZqDBRecord* Copy() const noexcept;
 
@@ -160,7 +174,8 @@ class CZqDBRecord final : public common::CRefCounted {
 
 class CZqDBScheme final : public common::CRefCounted {
  public:
-  static CZqDBScheme* Create(const char* name) noexcept;
+  // As CZqDBRecord::Create.
+  static std::uint32_t Create(const char* name, CZqDBScheme** out) noexcept;
   // A scheme with the same name, life number and items (shared).
   CZqDBScheme* Copy() const noexcept;
 

@@ -1,6 +1,8 @@
 // SQL text from a table scheme: CREATE TABLE with its indexes, DROP TABLE,
 // and the SELECT of a recordset. The library writes the statements and all
 // quoting; the SQL type of each field comes from the caller's driver.
+#include "scheme/sql_text.h"
+
 #include <cstdint>
 #include <cstring>
 #include <set>
@@ -9,21 +11,12 @@
 
 #include "common/sized_text.h"
 #include "log/log_on_error.h"
-#include "os/edge.h"
 #include "scheme/scheme_objects.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqscheme.h"
 
-using zq::Guarded;
-using zq::kWrongArguments;
-using zq::common::ReturnSizedText;
-using zq::scheme::CZqDBIndex;
-using zq::scheme::CZqDBRecord;
-using zq::scheme::CZqDBTypedEntry;
-
+namespace zq::scheme {
 namespace {
-
-constexpr uint32_t kInternalError = ZQERR_COMMON_INTERNAL_ERROR;
 
 // Ordinary SELECT statements fit without growing the text.
 constexpr std::size_t kSelectReserve = 4097;
@@ -53,7 +46,7 @@ uint32_t AppendFieldType(const CZqDBTypedEntry& field, const ZQDBDRIVER& driver,
     return rc;
   }
   const void* end = std::memchr(type, '\0', sizeof type);
-  if (end == nullptr) return ZQ_RETURN_ZQERR(kInternalError);
+  if (end == nullptr) return ZQ_RETURN_ZQERR(ZQERR_COMMON_INTERNAL_ERROR);
   sql.append(type, static_cast<const char*>(end) - type);
   return 0;
 }
@@ -125,44 +118,29 @@ uint32_t BuildSelect(const CZqDBRecord& table, bool quoted, std::string& sql) {
   return 0;
 }
 
-// Runs a builder and hands its text out. A statement that cannot be built
-// whole is refused with 2; the failing step has logged its own code.
+// Runs a builder and hands its text out.
 template <class Build>
 uint32_t BuildAndDeliver(char* buffer, uint32_t* size, Build build) {
-  return Guarded([&]() -> uint32_t {
-    std::string sql;
-    if (build(sql) != 0) return kWrongArguments;
-    return ReturnSizedText(sql, buffer, size);
-  });
+  std::string sql;
+  if (build(sql) != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return common::ReturnSizedText(sql, buffer, size);
 }
 
 }  // namespace
 
-extern "C" {
-
-ZQ_API uint32_t ZqDBGetTableCreationSQL(HZQDBTABLE table, char* buffer, uint32_t* size,
-                                        const ZQDBDRIVER* driver) {
-  if (table == nullptr || size == nullptr || driver == nullptr || driver->typeName == nullptr) {
-    return kWrongArguments;
-  }
-  return BuildAndDeliver(buffer, size, [&](std::string& sql) {
-    return BuildCreation(*CZqDBRecord::From(table), *driver, sql);
-  });
+uint32_t TableCreationSql(const CZqDBRecord& table, const ZQDBDRIVER& driver, char* buffer,
+                          uint32_t* size) {
+  return BuildAndDeliver(buffer, size,
+                         [&](std::string& sql) { return BuildCreation(table, driver, sql); });
 }
 
-ZQ_API uint32_t ZqDBGetTableDeleteSQL(HZQDBTABLE table, char* buffer, uint32_t* size,
-                                      const ZQDBDRIVER* /*driver*/) {
-  if (table == nullptr || size == nullptr) return kWrongArguments;
-  return BuildAndDeliver(
-      buffer, size, [&](std::string& sql) { return BuildDrop(*CZqDBRecord::From(table), sql); });
+uint32_t TableDeleteSql(const CZqDBRecord& table, char* buffer, uint32_t* size) {
+  return BuildAndDeliver(buffer, size, [&](std::string& sql) { return BuildDrop(table, sql); });
 }
 
-ZQ_API uint32_t ZqDBGetRecordsetCreationSQL(HZQDBTABLE table, uint32_t quoted, char* buffer,
-                                            uint32_t* size) {
-  if (table == nullptr || size == nullptr) return kWrongArguments;
-  return BuildAndDeliver(buffer, size, [&](std::string& sql) {
-    return BuildSelect(*CZqDBRecord::From(table), quoted != 0, sql);
-  });
+uint32_t RecordsetSql(const CZqDBRecord& table, bool quoted, char* buffer, uint32_t* size) {
+  return BuildAndDeliver(buffer, size,
+                         [&](std::string& sql) { return BuildSelect(table, quoted, sql); });
 }
 
-}  // extern "C"
+}  // namespace zq::scheme

@@ -13,17 +13,16 @@
 #include <string>
 #include <string_view>
 
+#include "support/files.h"
+
 class IniTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = std::filesystem::temp_directory_path() / "zqsys-ini-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
+    ASSERT_FALSE(dir_.empty());
     descriptors_ = OpenDescriptors();
   }
   void TearDown() override {
     EXPECT_EQ(OpenDescriptors(), descriptors_) << "a descriptor was left open";
-    std::filesystem::remove_all(dir_);
   }
 
   std::string Path(const std::string& name) const { return dir_ + "/" + name; }
@@ -47,6 +46,7 @@ class IniTest : public ::testing::Test {
     return count;
   }
 
-  std::string dir_;
+  zqtest::ScratchDir scratch_{"zqsys-ini-"};
+  std::string dir_ = scratch_.path().string();
   std::size_t descriptors_ = 0;
 };

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,6 +12,7 @@
 
 #include "os/local_clock.h"
 #include "os/system_log.h"
+#include "support/files.h"
 #include "zqsys/zqini.h"
 #include "zqsys/zqlog.h"
 
@@ -43,11 +43,7 @@ inline std::string ReadFile(const std::filesystem::path& path) {
 class LogFiles : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = std::filesystem::temp_directory_path() /
-           ("zqlog-" + std::to_string(getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::remove_all(dir_);
-    std::filesystem::create_directories(dir_);
+    ASSERT_FALSE(dir_.empty());
     g_clock = {2008, 3, 7, 10, 20, 30, 45};
     g_syslog.clear();
     zq::os::SetLocalClockForTesting(FixedClock);
@@ -59,7 +55,6 @@ class LogFiles : public ::testing::Test {
     if (ini_ != 0) ZqIniCustClose(ini_);
     zq::os::SetLocalClockForTesting(nullptr);
     zq::os::SetSystemLogSinkForTesting(nullptr);
-    std::filesystem::remove_all(dir_);
   }
 
   // Writes the settings INI ("logtoconsole=0" unless given) and opens it.
@@ -85,7 +80,8 @@ class LogFiles : public ::testing::Test {
   }
   std::string File(const std::string& name) { return ReadFile(dir_ / name); }
 
-  std::filesystem::path dir_;
+  zqtest::ScratchDir scratch_{"zqsys-log-"};
+  std::filesystem::path dir_ = scratch_.path();
   uint32_t ini_ = 0;
   std::vector<uint32_t> logs_;
 };

@@ -2,12 +2,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "log/log_on_error.h"
 #include "os/memory.h"
 #include "scheme/record.h"
 #include "scheme/scheme_files.h"
+#include "support/table_builder.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqrecord.h"
 #include "zqsys/zqscheme.h"
@@ -27,19 +30,17 @@ class Record : public SchemeFiles {
   void TearDown() override {
     for (HZQRECORD record : records_)
       ZqRecordFree(record);
-    for (HZQDBTABLE table : tables_)
-      ZqSchemeFreeTableScheme(table);
+    tables_.clear();
     SchemeFiles::TearDown();
   }
 
   // A table scheme with one "name,type[,source]" description per field.
   HZQDBTABLE Table(const std::vector<const char*>& fields, const char* name = "orders") {
-    HZQDBTABLE table = IntCreateTableScheme(name, 1);
-    EXPECT_NE(table, nullptr);
-    tables_.push_back(table);
+    std::vector<zqtest::Line> lines;
     for (const char* field : fields)
-      EXPECT_EQ(IntAddTextCbk(table, "field", field), 0u) << field;
-    return table;
+      lines.emplace_back("field", field);
+    tables_.push_back(zqtest::MakeTable(name, lines));
+    return tables_.back().get();
   }
   // A record with its own buffer; `fields` receives the value addresses.
   HZQRECORD Make(HZQDBTABLE table, std::vector<void*>* fields = nullptr) {
@@ -77,7 +78,7 @@ class Record : public SchemeFiles {
   }
 
   std::vector<HZQRECORD> records_;
-  std::vector<HZQDBTABLE> tables_;
+  std::vector<zqtest::TableRef> tables_;
 };
 
 // Every type letter, in an order that needs every kind of gap.
@@ -135,7 +136,7 @@ TEST_F(Record, LayoutIsThePackedStructure) {
   Make(Table({"a,i1", "b,i4", "c,c10"}, "small"), &small);
   EXPECT_EQ(static_cast<uint8_t*>(small[1]) - static_cast<uint8_t*>(small[0]), 4);
   EXPECT_EQ(static_cast<uint8_t*>(small[2]) - static_cast<uint8_t*>(small[0]), 8);
-  EXPECT_EQ(ZqRecordGetStructSize(tables_.back(), &structSize), 0u);
+  EXPECT_EQ(ZqRecordGetStructSize(tables_.back().get(), &structSize), 0u);
   EXPECT_EQ(structSize, 20u);
 }
 
@@ -432,7 +433,7 @@ TEST_F(Record, ArgumentsAreChecked) {
   uint32_t value = 0;
   HZQDBTABLE table = nullptr;
   const uint32_t results[] = {
-      ZqRecordCreateInMemory(nullptr, tables_.back()),
+      ZqRecordCreateInMemory(nullptr, tables_.back().get()),
       ZqRecordCreateInMemory(&none, nullptr),
       ZqRecordGetSchemeFromRecord(record, nullptr),
       ZqRecordGetFieldsCount(nullptr, &value),
@@ -453,7 +454,7 @@ TEST_F(Record, ArgumentsAreChecked) {
   for (size_t i = 0; i < std::size(results); ++i)
     EXPECT_EQ(results[i], ZQERR_COMMON_WRONG_ARGUMENTS) << "call " << i;
   EXPECT_EQ(ZqRecordGetSchemeFromRecord(record, &table), 0u);
-  EXPECT_EQ(table, tables_.back());
+  EXPECT_EQ(table, tables_.back().get());
   EXPECT_EQ(ZqRecordGetFieldsCount(record, &value), 0u);
   EXPECT_EQ(value, 1u);
   EXPECT_EQ(ZqRecordFree(nullptr), 0u);
@@ -476,6 +477,79 @@ TEST_F(Record, FailuresAreLoggedWithTheHandle) {
                     "ZqRecordGetField error;" + handle + ";fld_name 'nope'",
                 std::string("ZqSysRecord;error;zqerr 8=0x8 - 'COMMON:BUFFER_TOO_LARGE';") +
                     "ZqRecordSetFieldByIndex error;" + handle + ";fld_idx 0"}));
+}
+
+// Log-on-error reports, as "file:line code", through the error-site hooks
+// with every site enabled. Each test runs in its own process, so every site
+// starts undecided and its first failure goes to the check.
+std::vector<std::string> g_reports;
+void RecordReport(uint32_t code, const char* file, int line) {
+  g_reports.push_back(std::string(file) + ":" + std::to_string(line) + " " + std::to_string(code));
+}
+
+class RecordReports : public Record {
+ protected:
+  void SetUp() override {
+    Record::SetUp();
+    zq::log::SetErrorSiteHooksForTesting(
+        {[](uint32_t code, const char*, const char*, const char* file, int line) {
+           RecordReport(code, file, line);
+           return 1u;
+         },
+         [](uint32_t code, const char*, const char*, const char* file, int line) {
+           RecordReport(code, file, line);
+         }});
+  }
+  void TearDown() override {
+    zq::os::FailAllocationAfter(-1);
+    zq::log::SetErrorSiteHooksForTesting({nullptr, nullptr});
+    Record::TearDown();
+  }
+};
+
+TEST_F(RecordReports, EachFailureIsReportedOnce) {
+  HZQDBTABLE badWidth = Table({"a,i3"}, "bad");
+  HZQDBTABLE empty = Table({}, "empty");
+  HZQDBTABLE plain = Table({"id,i4"}, "plain");
+  HZQRECORD source = Make({"c,c10"}, "long");
+  HZQRECORD shorter = Make({"c,c2"}, "short");
+  ASSERT_EQ(ZqRecordSetField(source, "c", "abcdef", 7), 0u);
+  HZQRECORD made = nullptr;
+  uint32_t size = 1;
+  uint8_t buffer[8];
+  const struct {
+    const char* what;
+    std::function<uint32_t()> call;
+    uint32_t rc;
+  } cases[] = {
+      {"create with a type of no layout", [&] { return ZqRecordCreateInMemory(&made, badWidth); },
+       ZQERR_DB_INVALID_TYPE},
+      {"size of a type of no layout", [&] { return ZqRecordGetStructSize(badWidth, &size); },
+       ZQERR_DB_INVALID_TYPE},
+      {"create without fields", [&] { return ZqRecordCreateInMemory(&made, empty); },
+       ZQERR_DB_EMPTY_SHEME},
+      {"size without fields", [&] { return ZqRecordGetStructSize(empty, &size); },
+       ZQERR_DB_EMPTY_SHEME},
+      {"caller's buffer of another size",
+       [&] { return ZqRecordCreateInMemoryEx(&made, plain, nullptr, &size, buffer); }, kMismatch},
+      {"create without memory",
+       [&] {
+         zq::os::FailAllocationAfter(1);
+         return ZqRecordCreateInMemory(&made, plain);
+       },
+       ZQERR_COMMON_NO_MEMORY},
+      {"unknown field name", [&] { return ZqRecordSetField(source, "nope", "x", 1); },
+       kNoSuchField},
+      {"copy into a shorter field", [&] { return ZqRecordBlindCopyRecord(shorter, source); },
+       kTooLarge},
+  };
+  for (const auto& c : cases) {
+    g_reports.clear();
+    EXPECT_EQ(c.call(), c.rc) << c.what;
+    zq::os::FailAllocationAfter(-1);
+    EXPECT_EQ(g_reports.size(), 1u) << c.what << ": " << ::testing::PrintToString(g_reports);
+  }
+  EXPECT_EQ(made, nullptr);
 }
 
 }  // namespace

@@ -6,12 +6,13 @@
 
 #include "os/memory.h"
 #include "scheme/scheme_files.h"
+#include "support/files.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqscheme.h"
 
 namespace {
 
-const std::string kTrade = ZQSYS_SOURCE_DIR "/examples/trade.ini";
+const std::string kTrade = zqtest::FixturePath("trade.ini");
 
 struct FieldRow {
   const char* name;

@@ -5,20 +5,14 @@
 
 #include "os/memory.h"
 #include "scheme/scheme_fixture.h"
+#include "support/table_builder.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqscheme.h"
 
 namespace {
 
-// A table scheme fed line by line; the test owns one reference.
-HZQDBTABLE MakeTable(const char* name, uint32_t kind,
-                     std::initializer_list<std::pair<const char*, const char*>> lines) {
-  HZQDBTABLE table = IntCreateTableScheme(name, kind);
-  EXPECT_NE(table, nullptr);
-  for (const auto& [key, value] : lines)
-    EXPECT_EQ(IntAddTextCbk(table, key, value), 0u) << value;
-  return table;
-}
+using zqtest::MakeTable;
+using zqtest::TableRef;
 
 std::string TableName(HZQDBTABLE table) {
   char name[ZQDB_NAME_SIZE];
@@ -32,19 +26,17 @@ class Scheme : public SchemeTest {
   void SetUp() override {
     scheme_ = IntCreateScheme("trade");
     ASSERT_NE(scheme_, nullptr);
-    HZQDBTABLE orders = MakeTable("orders", ZQDB_ITEM_TABLE,
-                                  {{"field", "id,i8"},
-                                   {"field", "isin,c25"},
-                                   {"field", "price,d16.5"},
-                                   {"index", "IDX_id,unique,id"},
-                                   {"index", "IDX_isin,isin,moment,desc"},
-                                   {"replication", "yes"}});
-    HZQDBTABLE view = MakeTable("v_orders", ZQDB_ITEM_VIEW, {{"field", "id,i8,orders.id"}});
-    HZQDBTABLE deals = MakeTable("deals", ZQDB_ITEM_TABLE, {{"field", "qty,i4"}});
-    for (HZQDBTABLE item : {orders, view, deals}) {
-      ASSERT_EQ(IntAddTable(scheme_, item), 0u);
-      ZqSchemeFreeTableScheme(item);  // the scheme keeps its own reference
-    }
+    // The scheme keeps its own references to the items.
+    const TableRef orders = MakeTable("orders", {{"field", "id,i8"},
+                                                 {"field", "isin,c25"},
+                                                 {"field", "price,d16.5"},
+                                                 {"index", "IDX_id,unique,id"},
+                                                 {"index", "IDX_isin,isin,moment,desc"},
+                                                 {"replication", "yes"}});
+    const TableRef view = MakeTable("v_orders", {{"field", "id,i8,orders.id"}}, ZQDB_ITEM_VIEW);
+    const TableRef deals = MakeTable("deals", {{"field", "qty,i4"}});
+    for (const TableRef* item : {&orders, &view, &deals})
+      ASSERT_EQ(IntAddTable(scheme_, item->get()), 0u);
   }
   void TearDown() override {
     ZqSchemeFreeScheme(scheme_);
@@ -193,10 +185,9 @@ TEST_F(Scheme, ConsistencyCheckFindsIndexFieldsTheTableLacks) {
   EXPECT_EQ(IntCheckScheme(scheme_), ZQERR_DB_WRONG_DB_SCHEME);
   HZQDBSCHEME empty = IntCreateScheme("empty");
   EXPECT_EQ(IntCheckScheme(empty), ZQERR_DB_EMPTY_SHEME);
-  HZQDBTABLE fine = MakeTable("t", ZQDB_ITEM_TABLE, {{"field", "a,i4"}, {"index", "I,a,desc"}});
-  ASSERT_EQ(IntAddTable(empty, fine), 0u);
+  const TableRef fine = MakeTable("t", {{"field", "a,i4"}, {"index", "I,a,desc"}});
+  ASSERT_EQ(IntAddTable(empty, fine.get()), 0u);
   EXPECT_EQ(IntCheckScheme(empty), 0u);
-  ZqSchemeFreeTableScheme(fine);
   ZqSchemeFreeScheme(empty);
 }
 

@@ -1,20 +1,10 @@
 // SQL text from table schemes: golden texts, the buffer rule, and the
 // statements run in real SQLite and PostgreSQL databases whose catalogs must
 // then describe what the scheme says.
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <pwd.h>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,31 +14,19 @@
 #include "postgres_types.h"
 #include "scheme/scheme_fixture.h"
 #include "sqlite_types.h"
+#include "support/postgres_cluster.h"
+#include "support/table_builder.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqscheme.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr uint32_t kTooSmall = ZQERR_COMMON_BUFFER_TOO_SMALL;
 constexpr uint32_t kWrongArguments = ZQERR_COMMON_WRONG_ARGUMENTS;
 
-using Line = std::pair<const char*, const char*>;  // key, value of a table description
-
-struct TableRelease {
-  void operator()(ZqDBRecord_s* table) const { ZqSchemeFreeTableScheme(table); }
-};
-using TableRef = std::unique_ptr<ZqDBRecord_s, TableRelease>;
-
-TableRef MakeTable(const char* name, const std::vector<Line>& lines) {
-  TableRef table(IntCreateTableScheme(name, ZQDB_ITEM_TABLE));
-  EXPECT_NE(table, nullptr);
-  for (const auto& [key, value] : lines) {
-    EXPECT_EQ(IntAddTextCbk(table.get(), key, value), 0u) << key << "=" << value;
-  }
-  return table;
-}
+using zqtest::Line;
+using zqtest::MakeTable;
+using zqtest::TableRef;
 
 using TextCall = std::function<uint32_t(char* buffer, uint32_t* size)>;
 
@@ -407,160 +385,19 @@ TEST_F(SqlTest, SqliteColumnsKeepTheirValues) {
 
 // ---- PostgreSQL ----
 
-struct Outcome {
-  int status = -1;  // the exit status, or -1 when the program did not end normally
-  std::string output;
-};
-
-// Runs a program with its standard output and error captured, in `dir`.
-Outcome RunProgram(const std::vector<std::string>& argv, const fs::path& dir) {
-  std::vector<char*> args;
-  for (const std::string& arg : argv)
-    args.push_back(const_cast<char*>(arg.c_str()));
-  args.push_back(nullptr);
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) return {};
-  const pid_t pid = fork();
-  if (pid == 0) {
-    const int null = open("/dev/null", O_RDONLY);
-    if (null < 0 || dup2(null, 0) < 0 || dup2(fds[1], 1) < 0 || dup2(fds[1], 2) < 0 ||
-        chdir(dir.c_str()) != 0) {
-      _exit(126);
-    }
-    execvp(args[0], args.data());
-    _exit(127);
-  }
-  close(fds[1]);
-  Outcome outcome;
-  char chunk[4096];
-  for (ssize_t n; (n = read(fds[0], chunk, sizeof chunk)) != 0;) {
-    if (n > 0) outcome.output.append(chunk, static_cast<std::size_t>(n));
-    if (n < 0 && errno != EINTR) break;
-  }
-  close(fds[0]);
-  int status = 0;
-  if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
-    outcome.status = WEXITSTATUS(status);
-  }
-  return outcome;
-}
-
-// The folder holding initdb, pg_ctl and psql: wherever PATH finds initdb,
-// else Debian's per-version folders, newest first.
-fs::path FindPostgresPrograms() {
-  std::vector<fs::path> folders;
-  const char* path = std::getenv("PATH");
-  for (std::string rest = path != nullptr ? path : ""; !rest.empty();) {
-    const std::size_t colon = rest.find(':');
-    const fs::path initdb = fs::path(rest.substr(0, colon)) / "initdb";
-    std::error_code error;
-    if (fs::exists(initdb, error)) folders.push_back(fs::canonical(initdb, error).parent_path());
-    rest = colon == std::string::npos ? "" : rest.substr(colon + 1);
-  }
-  std::vector<std::pair<int, fs::path>> versions;
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator("/usr/lib/postgresql", error)) {
-    versions.emplace_back(std::atoi(entry.path().filename().c_str()), entry.path() / "bin");
-  }
-  std::sort(versions.rbegin(), versions.rend());
-  for (const auto& version : versions)
-    folders.push_back(version.second);
-  for (const fs::path& folder : folders) {
-    if (fs::exists(folder / "initdb", error) && fs::exists(folder / "pg_ctl", error) &&
-        fs::exists(folder / "psql", error)) {
-      return folder;
-    }
-  }
-  return {};
-}
-
-uint16_t FreeLocalPort() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  uint16_t port = 0;
-  if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-      getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-    port = ntohs(address.sin_port);
-  }
-  if (fd >= 0) close(fd);
-  return port;
-}
-
-// A throwaway cluster in a temporary folder, reached only through a unix
-// socket in that folder. The server refuses to run as root, so as root every
-// server and client program runs as the "postgres" account.
 class SqlPostgresTest : public SqlTest {
  protected:
   void SetUp() override {
-    programs_ = FindPostgresPrograms();
-    if (programs_.empty()) GTEST_SKIP() << "PostgreSQL server programs are not installed";
-    if (geteuid() == 0) {
-      const passwd* account = getpwnam("postgres");
-      if (account == nullptr) GTEST_SKIP() << "running as root and there is no postgres account";
-      asUser_ = {"setpriv", "--reuid=" + std::to_string(account->pw_uid),
-                 "--regid=" + std::to_string(account->pw_gid), "--clear-groups", "--"};
-      uid_ = account->pw_uid;
-      gid_ = account->pw_gid;
-    }
-    char dir[] = "/tmp/zqsys-pg-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    dir_ = dir;
-    if (geteuid() == 0) {
-      ASSERT_EQ(chown(dir, uid_, gid_), 0);
-    }
-    port_ = FreeLocalPort();
-    ASSERT_NE(port_, 0);
-
-    const Outcome init = Server({"initdb", "-D", Data(), "-A", "trust", "-U", "zq", "-E", "UTF8",
-                                 "--locale=C", "--no-sync"});
-    ASSERT_EQ(init.status, 0) << init.output;
-    const Outcome start = Server({"pg_ctl", "-D", Data(), "-l", (dir_ / "server.log").string(),
-                                  "-w", "-t", "60", "-o",
-                                  "-k " + dir_.string() + " -p " + std::to_string(port_) +
-                                      " -c listen_addresses='' -c fsync=off",
-                                  "start"});
-    started_ = start.status == 0;
-    ASSERT_TRUE(started_) << start.output;
+    if (!cluster_.Unavailable().empty()) GTEST_SKIP() << cluster_.Unavailable();
+    ASSERT_NO_FATAL_FAILURE(cluster_.Start());
   }
-
   void TearDown() override {
-    if (started_) Server({"pg_ctl", "-D", Data(), "-m", "immediate", "-w", "stop"});
-    std::error_code error;
-    if (!dir_.empty()) fs::remove_all(dir_, error);
+    cluster_.Stop();
     SqlTest::TearDown();
   }
+  std::string Sql(const std::string& sql) { return cluster_.Sql(sql); }
 
-  // Runs SQL; the rows come back one a line, columns joined by "|".
-  std::string Sql(const std::string& sql) {
-    const Outcome outcome =
-        Server({"psql", "-X", "-q", "-A", "-t", "-v", "ON_ERROR_STOP=1", "-h", dir_.string(), "-p",
-                std::to_string(port_), "-U", "zq", "-d", "postgres", "-c", sql});
-    EXPECT_EQ(outcome.status, 0) << sql << "\n" << outcome.output;
-    std::string rows = outcome.output;
-    while (!rows.empty() && rows.back() == '\n')
-      rows.pop_back();
-    return rows;
-  }
-
- private:
-  std::string Data() const { return (dir_ / "data").string(); }
-
-  Outcome Server(std::vector<std::string> argv) {
-    argv[0] = (programs_ / argv[0]).string();
-    argv.insert(argv.begin(), asUser_.begin(), asUser_.end());
-    return RunProgram(argv, dir_);
-  }
-
-  fs::path programs_;
-  fs::path dir_;
-  std::vector<std::string> asUser_;
-  uid_t uid_ = 0;
-  gid_t gid_ = 0;
-  uint16_t port_ = 0;
-  bool started_ = false;
+  zqtest::PostgresCluster cluster_;
 };
 
 TEST_F(SqlPostgresTest, TakesTablesIndexesAndRecordsets) {
