@@ -13,7 +13,8 @@ namespace {
 
 using zqtest::LogFiles;
 
-constexpr std::size_t kStackSize = 256 * 1024;
+// Big enough for the thread-local storage a sanitizer adds at the top.
+constexpr std::size_t kStackSize = 4 * 1024 * 1024;
 constexpr unsigned char kPaint = 0xA5;
 
 template <class Call>
