@@ -3,8 +3,8 @@
 // text.
 #include <algorithm>
 
+#include "common/error_site.h"
 #include "common/sized_text.h"
-#include "log/log_on_error.h"
 #include "log/log_site.h"
 #include "os/edge.h"
 #include "scheme/scheme_ini.h"

@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "log/log_site.h"
 #include "os/edge.h"
 #include "scheme/scheme_objects.h"

@@ -182,8 +182,16 @@ TEST_F(LogFiles, SystemLogCutsAndSkipsEmpty) {
 TEST_F(LogFiles, ErrorWithCodePrefix) {
   const uint32_t log = OpenLog("logtime=0\n");
   ZqLogCustErrorWithCodeEx(log, 0x5001, "cat", "at %d", 5);
+  // Prefix and format once shared a buffer of 18433 bytes: a format longer
+  // than what the prefix left (18390 characters here) is cut there.
+  std::string percents;
+  for (int i = 0; i < 9300; ++i)
+    percents += "%%";
+  ZqLogCustErrorWithCode(log, 0x5001, percents.c_str());
   Close(log);
-  EXPECT_EQ(File("app.txt"), ";cat;error;zqerr 20481=0x5001 - 'LOG:NOT_OPENED_YET';at 5\n");
+  const std::string prefix = "zqerr 20481=0x5001 - 'LOG:NOT_OPENED_YET';";
+  EXPECT_EQ(File("app.txt"),
+            ";cat;error;" + prefix + "at 5\n;;error;" + prefix + std::string(9195, '%') + "\n");
 }
 
 }  // namespace
