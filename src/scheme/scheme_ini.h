@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "scheme/scheme_objects.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqini.h"

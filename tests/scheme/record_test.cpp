@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "os/memory.h"
 #include "scheme/record.h"
 #include "scheme/scheme_files.h"
@@ -491,7 +491,7 @@ class RecordReports : public Record {
  protected:
   void SetUp() override {
     Record::SetUp();
-    zq::log::SetErrorSiteHooksForTesting(
+    zq::common::SetErrorSiteHooksForTesting(
         {[](uint32_t code, const char*, const char*, const char* file, int line) {
            RecordReport(code, file, line);
            return 1u;
@@ -502,7 +502,7 @@ class RecordReports : public Record {
   }
   void TearDown() override {
     zq::os::FailAllocationAfter(-1);
-    zq::log::SetErrorSiteHooksForTesting({nullptr, nullptr});
+    zq::common::SetErrorSiteHooksForTesting({nullptr, nullptr});
     Record::TearDown();
   }
 };
