@@ -9,7 +9,7 @@ FORMAT_DIRS := src include tests bench fuzz examples
 # The folder of this Makefile, whatever the current directory.
 ROOT := $(patsubst %/,%,$(dir $(abspath $(lastword $(MAKEFILE_LIST)))))
 
-.PHONY: deps test demo asan tsan bench fuzz format format-check clean
+.PHONY: deps test demo asan tsan tidy bench fuzz format format-check clean
 
 deps:
 	@bash scripts/install-deps.sh
@@ -35,6 +35,14 @@ asan: deps
 tsan: deps
 	$(call build,tsan)
 	ctest --preset tsan
+
+# clang-tidy over every source of the library and its programs, with the
+# compile commands of the default build; any warning fails (.clang-tidy).
+tidy: deps
+	cmake --preset default
+	run-clang-tidy -quiet -j $(JOBS) -p build/default '^$(ROOT)/(src|router|tools)/' >build/default/tidy.log 2>&1 \
+	  || { sed 's/\x1b\[[0-9;]*m//g' build/default/tidy.log | grep -E 'warning:|error:' | sort -u; exit 1; }
+	@echo "tidy: clean"
 
 bench: deps
 	$(call build,bench)

@@ -1,0 +1,3 @@
+#include "config/reader.h"
+#include "zqsys/zqmsg.h"
+#include "zqsys/zqerr.h"
