@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <set>
 #include <string>
 
@@ -140,17 +142,23 @@ TEST_F(IniFile, KilledWriterLeavesAWholeFile) {
 TEST_F(IniFile, ConcurrentWritersLoseNoUpdate) {
   const auto children = Fork(4, [&](int writer) {
     uint32_t handle = 0;
-    if (ZqIniCustOpen(&handle, file_.c_str()) != 0) return false;
+    if (const uint32_t rc = ZqIniCustOpen(&handle, file_.c_str()); rc != 0) {
+      std::fprintf(stderr, "writer %d: open gave 0x%X\n", writer, rc);
+      return false;
+    }
     for (int k = 0; k < 200; ++k) {
       const std::string key = "w" + std::to_string(writer) + "k" + std::to_string(k);
-      if (ZqIniCustWriteInt(handle, "s", key.c_str(), k) != 0) return false;
+      if (const uint32_t rc = ZqIniCustWriteInt(handle, "s", key.c_str(), k); rc != 0) {
+        std::fprintf(stderr, "writer %d: write %d gave 0x%X, errno %d\n", writer, k, rc, errno);
+        return false;
+      }
     }
     return true;
   });
   for (const pid_t child : children) {
     int status = 0;
     waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status 0x" << std::hex << status;
   }
   std::set<std::string> keys;
   const auto collect = [](const char*, char* key, char*, void* context) -> uint32_t {
