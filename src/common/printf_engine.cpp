@@ -5,11 +5,11 @@
 #include "common/printf_engine.h"
 
 #include <array>
-#include <bit>
 #include <climits>
 #include <cstring>
 
 #include "common/printf_conversion.h"
+#include "common/printf_integer.h"
 #include "common/printf_outputs.h"
 #include "common/printf_spec.h"
 #include "os/memory.h"
@@ -70,69 +70,6 @@ constexpr char kBlanks[] =
     "                                                                         ";
 constexpr std::size_t kBlankRun = sizeof(kBlanks) - 1;
 static_assert(kBlankRun == 73);
-
-// Digits of `value` in `base` (8, 10 or 16).
-[[gnu::always_inline]] inline std::size_t DigitCount(std::uint64_t value, unsigned base) noexcept {
-  value |= 1;  // 0 has one digit, as 1 has
-  const auto bits = static_cast<unsigned>(std::bit_width(value));
-  if (base == 16) return (bits + 3) / 4;
-  if (base == 8) return (bits + 2) / 3;
-  static constexpr auto kPowers = [] {
-    std::array<std::uint64_t, 20> powers{};
-    std::uint64_t p = 1;
-    for (auto& entry : powers) {
-      entry = p;
-      p *= 10;
-    }
-    return powers;
-  }();
-  // bits * log10(2) is the digit count or one more.
-  const unsigned guess = bits * 1233 >> 12;
-  return guess + 1 - (value < kPowers[guess] ? 1 : 0);
-}
-
-// An integer's text laid out before it is written, so that its length is
-// known first: the sign, the digits with zeros in front up to the precision
-// (the zero flag pads the same way) and the alternate prefix.
-struct IntegerText {
-  std::uint64_t magnitude;
-  char sign;
-  std::size_t digits;  // zeros in front included
-  std::size_t prefix_length;
-
-  IntegerText(std::uint64_t value, bool negative, const Spec& spec, const Conversion& c) noexcept
-      : magnitude(value), sign(c.is_signed ? SignOf(negative, spec) : 0) {
-    int precision = spec.precision;
-    if (spec.zero && spec.width > 0) {
-      const int wanted = sign != 0 ? spec.width - 1 : spec.width;
-      if (precision < wanted) precision = wanted;
-    }
-    const std::size_t natural = DigitCount(value, c.base);
-    const std::size_t least = precision > 0 ? static_cast<std::size_t>(precision) : 0;
-    digits = least > natural ? least : natural;
-    // No prefix when the text already starts with the prefix's first
-    // character: a zero in front, as every prefix starts with '0'.
-    const char first = sign != 0 ? sign : (digits > natural ? '0' : '1');
-    const bool prefixed =
-        spec.alternate && value != 0 && c.prefix[0] != '\0' && first != c.prefix[0];
-    prefix_length = prefixed ? std::strlen(c.prefix) : 0;
-  }
-
-  std::size_t Length() const noexcept { return (sign != 0 ? 1 : 0) + digits + prefix_length; }
-
-  // Writes the text so that it ends at `end`; returns its start.
-  [[gnu::always_inline]] char* Put(const Conversion& c, char* end) const noexcept {
-    char* p = PutDigits(magnitude, c.base, c.digits, end);
-    while (static_cast<std::size_t>(end - p) < digits)
-      *--p = '0';
-    if (sign != 0) *--p = sign;
-    if (prefix_length != 0) {
-      p -= prefix_length;
-      std::memcpy(p, c.prefix, prefix_length);
-    }
-    return p;
-  }
-};
 
 // An integer argument of the conversion's signedness and the spec's width.
 [[gnu::always_inline]] inline std::uint64_t ReadInteger(const Conversion& c, const Spec& spec,
@@ -249,6 +186,8 @@ template <class Out>
   return length + pad;
 }
 
+// An integer with its padding: in place when the output lends room for all
+// of it, else built in the scratch and written through the output.
 template <class Out>
 [[gnu::always_inline]] inline std::size_t PutInteger(Out& out, const Conversion& c,
                                                      const Spec& spec, ArgList& args,
