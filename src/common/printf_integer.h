@@ -32,39 +32,41 @@ namespace zq::common::printf_detail {
   return guess + 1 - (value < kPowers[guess] ? 1 : 0);
 }
 
-// An integer's text laid out before it is written, so that its length is
-// known first: the sign, the digits with zeros in front up to the precision
-// (the zero flag pads the same way) and the alternate prefix.
+// An integer's text laid out before it is written: the sign, the digits
+// with zeros in front up to the precision (the zero flag pads the same way)
+// and the alternate prefix. Its length is known before its digits are.
 struct IntegerText {
   std::uint64_t magnitude;
+  unsigned base;
   char sign;
-  std::size_t digits;  // zeros in front included
-  std::size_t prefix_length;
+  std::size_t least_digits;  // zeros in front up to this count
+  std::size_t prefix_length = 0;
 
   IntegerText(std::uint64_t value, bool negative, const Spec& spec, const Conversion& c) noexcept
-      : magnitude(value), sign(c.is_signed ? SignOf(negative, spec) : 0) {
+      : magnitude(value), base(c.base), sign(c.is_signed ? SignOf(negative, spec) : 0) {
     int precision = spec.precision;
     if (spec.zero && spec.width > 0) {
       const int wanted = sign != 0 ? spec.width - 1 : spec.width;
       if (precision < wanted) precision = wanted;
     }
-    const std::size_t natural = DigitCount(value, c.base);
-    const std::size_t least = precision > 0 ? static_cast<std::size_t>(precision) : 0;
-    digits = least > natural ? least : natural;
-    // No prefix when the text already starts with the prefix's first
-    // character: a zero in front, as every prefix starts with '0'.
-    const char first = sign != 0 ? sign : (digits > natural ? '0' : '1');
-    const bool prefixed =
-        spec.alternate && value != 0 && c.prefix[0] != '\0' && first != c.prefix[0];
-    prefix_length = prefixed ? std::strlen(c.prefix) : 0;
+    least_digits = precision > 0 ? static_cast<std::size_t>(precision) : 0;
+    if (spec.alternate && value != 0 && c.prefix[0] != '\0') {
+      // No prefix when the text already starts with the prefix's first
+      // character: a zero in front, as every prefix starts with '0'.
+      const char first = sign != 0 ? sign : (least_digits > DigitCount(value, base) ? '0' : '1');
+      if (first != c.prefix[0]) prefix_length = std::strlen(c.prefix);
+    }
   }
 
-  std::size_t Length() const noexcept { return (sign != 0 ? 1 : 0) + digits + prefix_length; }
+  std::size_t Length() const noexcept {
+    const std::size_t digits = DigitCount(magnitude, base);
+    return (sign != 0 ? 1 : 0) + (least_digits > digits ? least_digits : digits) + prefix_length;
+  }
 
   // Writes the text so that it ends at `end`; returns its start.
   [[gnu::always_inline]] char* Put(const Conversion& c, char* end) const noexcept {
-    char* p = PutDigits(magnitude, c.base, c.digits, end);
-    while (static_cast<std::size_t>(end - p) < digits)
+    char* p = PutDigits(magnitude, base, c.digits, end);
+    while (static_cast<std::size_t>(end - p) < least_digits)
       *--p = '0';
     if (sign != 0) *--p = sign;
     if (prefix_length != 0) {
