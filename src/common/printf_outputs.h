@@ -94,8 +94,7 @@ struct FixedOutput {
     const std::size_t room = sink.capacity - 1 - sink.stored;
     if (length > room) length = room;
     CopyPiece(sink.text + sink.stored, text, length);
-    sink.stored += length;
-    sink.text[sink.stored] = '\0';
+    Commit(length);
   }
 };
 
