@@ -82,8 +82,8 @@ static_assert(kBlankRun == 73);
   return negative ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
 }
 
-// The text of every conversion but integers, strings and %n, which the
-// engine loop handles itself. Shared by all outputs, so not inline.
+// The text of every conversion but integers, strings, floats and %n, which
+// the engine loop handles itself. Shared by all outputs, so not inline.
 Piece FormatOther(const Conversion& c, const Spec& spec, ArgList& args, char* scratch) noexcept {
   Piece piece;
   switch (c.kind) {
@@ -96,12 +96,6 @@ Piece FormatOther(const Conversion& c, const Spec& spec, ArgList& args, char* sc
     case Kind::kHex:
       FormatHex(spec.wide ? va_arg(args.ap, unsigned long long) : va_arg(args.ap, unsigned),
                 scratch, piece);
-      break;
-    case Kind::kFixed:
-    case Kind::kExponent:
-    case Kind::kGeneral:
-      piece.text = scratch;
-      piece.length = FormatFloat(va_arg(args.ap, double), spec, c, scratch);
       break;
     case Kind::kQuoted:
     case Kind::kQuotedInQuotes:
@@ -142,6 +136,9 @@ Piece FormatOther(const Conversion& c, const Spec& spec, ArgList& args, char* sc
       break;
     case Kind::kInteger:
     case Kind::kString:
+    case Kind::kFixed:
+    case Kind::kExponent:
+    case Kind::kGeneral:
     case Kind::kCount:
       break;  // the engine loop's own
   }
@@ -235,10 +232,14 @@ template <class Out>
 [[gnu::always_inline]] inline std::int64_t PutConversion(Out& out, const Conversion& c,
                                                          const Spec& spec, ArgList& args,
                                                          std::int64_t count, char* scratch) {
-  // Integers and strings, most of what formats hold, go straight out.
+  // Integers, strings and floats, most of what formats hold, go straight out.
   if (c.kind == Kind::kInteger)
     return static_cast<std::int64_t>(PutInteger(out, c, spec, args, scratch));
   if (c.kind == Kind::kString) return static_cast<std::int64_t>(PutString(out, spec, args));
+  if (c.kind == Kind::kFixed || c.kind == Kind::kExponent || c.kind == Kind::kGeneral) {
+    const std::size_t length = FormatFloat(va_arg(args.ap, double), spec, c, scratch);
+    return static_cast<std::int64_t>(PutPadded(out, spec, scratch, length));
+  }
   if (c.kind == Kind::kCount) {
     StoreCount(args, count);
     return 0;
