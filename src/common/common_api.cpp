@@ -29,7 +29,7 @@ ZQ_API uint32_t ZqSysGetNextType(const char* format, uint32_t* length, uint32_t*
   *length = code.length;
   if (width != nullptr) *width = code.width;
   if (scale != nullptr) *scale = code.scale;
-  return 0;
+  return ZQERR_COMMON_OK;
 }
 
 ZQ_API uint32_t ZqSysTypeGetSizeAndAlign(char letter, uint32_t width, uint32_t scale,
@@ -38,10 +38,11 @@ ZQ_API uint32_t ZqSysTypeGetSizeAndAlign(char letter, uint32_t width, uint32_t s
   zq::common::TypeLayout layout;
   uint32_t rc = zq::common::MeasureType(letter, width, scale, layout);
   // A size past 4 GiB has no u32 to go in: no native structure holds it.
-  if (rc == 0 && layout.size > 0xFFFFFFFFu) rc = ZQERR_DB_INVALID_TYPE;
+  if (rc == ZQERR_COMMON_OK && layout.size > 0xFFFFFFFFu) rc = ZQERR_DB_INVALID_TYPE;
   // An integer of a bad width reports its width as the size all the same.
-  if (rc == 0 || letter == 'i' || letter == 'u') *size = static_cast<uint32_t>(layout.size);
-  if (rc == 0) *alignment = layout.alignment;
+  if (rc == ZQERR_COMMON_OK || letter == 'i' || letter == 'u')
+    *size = static_cast<uint32_t>(layout.size);
+  if (rc == ZQERR_COMMON_OK) *alignment = layout.alignment;
   return rc;
 }
 
@@ -49,7 +50,7 @@ ZQ_API uint32_t ZqSysTypeGetAlign(char letter, uint32_t width, uint32_t* alignme
   if (alignment == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   zq::common::TypeLayout layout;
   const uint32_t rc = zq::common::MeasureType(letter, width, 0, layout);
-  if (rc == 0) *alignment = layout.alignment;
+  if (rc == ZQERR_COMMON_OK) *alignment = layout.alignment;
   return rc;
 }
 

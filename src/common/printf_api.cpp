@@ -237,7 +237,7 @@ ZQ_API uint32_t ZqSysVMPrintf(char** result, const char* format, va_list args) {
 
 ZQ_API uint32_t ZqSysFreePrintfMemory(char* text) {
   zq::os::Release(text);
-  return 0;
+  return ZQERR_COMMON_OK;
 }
 
 ZQ_API int32_t ZqSysVPrintf(const char* format, va_list args) {

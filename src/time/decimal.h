@@ -75,22 +75,28 @@ void PackDecimal(const DecimalDigits& in, void* value) noexcept;
 // Writes the value as text with `fraction_digits` digits after the point
 // (-1: the value's scale; fewer than the scale round half away from zero).
 // *size is in/out: the needed size (length + 1) is stored on success and
-// when the buffer is null (15) or too small (7, nothing written). 2 for an
-// invalid value, fraction_digits outside -1..255 or a sign mode other than
-// kDecimalSignNegativeOnly and kDecimalSignAlways.
+// when the buffer is null (ZQERR_COMMON_REAL_SIZE_RETURNED) or too small
+// (ZQERR_COMMON_BUFFER_TOO_SMALL, nothing written).
+// ZQERR_COMMON_WRONG_ARGUMENTS for an invalid value, fraction_digits outside
+// -1..255 or a sign mode other than kDecimalSignNegativeOnly and
+// kDecimalSignAlways. Its stack frame holds one unpacked value and no copy
+// of the text: the printf engine calls it with its scratch as the buffer.
 std::uint32_t FormatDecimal(const void* value, std::int32_t fraction_digits,
                             std::uint32_t sign_mode, char* buffer, std::uint32_t* size) noexcept;
 
-// Parses decimal text into a value that already carries its type. 11 for
-// text that is not a number, 14 when the integer part does not fit, 2 for
-// an invalid type; on failure the value is unchanged.
+// Parses decimal text into a value that already carries its type.
+// ZQERR_COMMON_BAD_STRING for text that is not a number, ZQERR_COMMON_OVERFLOW
+// when the integer part does not fit, ZQERR_COMMON_WRONG_ARGUMENTS for an
+// invalid type; on failure the value is unchanged.
 std::uint32_t ParseDecimal(void* value, const char* text) noexcept;
 
-// Stores an integer in a value that already carries its type; 14 (value
-// unchanged) when it has more digits than the integer part holds.
+// Stores an integer in a value that already carries its type;
+// ZQERR_COMMON_OVERFLOW (value unchanged) when it has more digits than the
+// integer part holds.
 std::uint32_t DecimalFromInt64(void* value, std::int64_t number) noexcept;
 
-// The integer part, truncated toward zero; 14 when it does not fit.
+// The integer part, truncated toward zero; ZQERR_COMMON_OVERFLOW when it does
+// not fit.
 std::uint32_t DecimalToInt64(const void* value, std::int64_t& number) noexcept;
 
 // -1, 0 or 1 as a is numerically below, equal to or above b; the two types

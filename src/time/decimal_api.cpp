@@ -10,82 +10,77 @@ static_assert(ZQBCDII_SIZE(255, 127) == zq::time::DecimalSize(255, 127));
 static_assert(ZQBCDII_SIGN_NEGATIVE == zq::time::kDecimalSignNegativeOnly);
 static_assert(ZQBCDII_SIGN_ALWAYS == zq::time::kDecimalSignAlways);
 
-namespace {
-
-constexpr uint32_t kBadArguments = ZQERR_COMMON_WRONG_ARGUMENTS;
-
-}  // namespace
-
 extern "C" {
 
 ZQ_API uint32_t ZqBCDIIInit(ZQBCDII* value, uint32_t precision, uint32_t scale) {
-  if (value == nullptr || !zq::time::IsDecimalType(precision, scale)) return kBadArguments;
+  if (value == nullptr || !zq::time::IsDecimalType(precision, scale))
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&]() -> uint32_t {
     zq::time::SetDecimalZero(value, precision, scale);
-    return 0;
+    return ZQERR_COMMON_OK;
   });
 }
 
 ZQ_API uint32_t ZqBCDIISetZero(ZQBCDII* value) {
-  if (value == nullptr) return kBadArguments;
+  if (value == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&]() -> uint32_t {
-    if (!zq::time::HasDecimalHeader(value)) return kBadArguments;
+    if (!zq::time::HasDecimalHeader(value)) return ZQERR_COMMON_WRONG_ARGUMENTS;
     const uint32_t type = zq::time::DecimalTypeOf(value);
     zq::time::SetDecimalZero(value, type >> 8, type & 0xFFu);
-    return 0;
+    return ZQERR_COMMON_OK;
   });
 }
 
 ZQ_API uint32_t ZqBCDIIGetType(const ZQBCDII* value, uint32_t* type) {
-  if (value == nullptr || type == nullptr) return kBadArguments;
+  if (value == nullptr || type == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&]() -> uint32_t {
     zq::time::DecimalDigits digits;
-    if (!zq::time::UnpackDecimal(value, digits)) return kBadArguments;
+    if (!zq::time::UnpackDecimal(value, digits)) return ZQERR_COMMON_WRONG_ARGUMENTS;
     *type = zq::time::DecimalTypeOf(value);
-    return 0;
+    return ZQERR_COMMON_OK;
   });
 }
 
 ZQ_API uint32_t ZqBCDIIFormat(const ZQBCDII* value, int32_t precision, uint32_t signMode,
                               char* buffer, uint32_t* size) {
-  if (value == nullptr || size == nullptr) return kBadArguments;
+  if (value == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded(
       [&] { return zq::time::FormatDecimal(value, precision, signMode, buffer, size); });
 }
 
 ZQ_API uint32_t ZqBCDIIFormatTL(const void* value, uint32_t type, uint32_t signMode,
                                 int32_t precision, uint32_t flags, char* buffer, uint32_t* size) {
-  if (value == nullptr || size == nullptr || flags != 0) return kBadArguments;
+  if (value == nullptr || size == nullptr || flags != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&]() -> uint32_t {
-    if (zq::time::DecimalTypeOf(value) != type) return kBadArguments;
+    if (zq::time::DecimalTypeOf(value) != type) return ZQERR_COMMON_WRONG_ARGUMENTS;
     return zq::time::FormatDecimal(value, precision, signMode, buffer, size);
   });
 }
 
 ZQ_API uint32_t ZqBCDIIFromStr(ZQBCDII* value, const char* text) {
-  if (value == nullptr || text == nullptr) return kBadArguments;
+  if (value == nullptr || text == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&] { return zq::time::ParseDecimal(value, text); });
 }
 
 ZQ_API uint32_t ZqBCDIIToStr(const ZQBCDII* value, char* buffer, uint32_t* size) {
-  if (value == nullptr || size == nullptr) return kBadArguments;
+  if (value == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&] {
     return zq::time::FormatDecimal(value, -1, zq::time::kDecimalSignNegativeOnly, buffer, size);
   });
 }
 
 ZQ_API uint32_t ZqBCDIIFromInt64(ZQBCDII* value, int64_t number) {
-  if (value == nullptr) return kBadArguments;
+  if (value == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&] { return zq::time::DecimalFromInt64(value, number); });
 }
 
 ZQ_API uint32_t ZqBCDIIToInt64(const ZQBCDII* value, int64_t* number) {
-  if (value == nullptr || number == nullptr) return kBadArguments;
+  if (value == nullptr || number == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&] { return zq::time::DecimalToInt64(value, *number); });
 }
 
 ZQ_API uint32_t ZqBCDIICompare(const ZQBCDII* a, const ZQBCDII* b, int32_t* result) {
-  if (a == nullptr || b == nullptr || result == nullptr) return kBadArguments;
+  if (a == nullptr || b == nullptr || result == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&] { return zq::time::CompareDecimals(a, b, *result); });
 }
 

@@ -8,10 +8,6 @@
 namespace zq::time {
 namespace {
 
-constexpr std::uint32_t kOk = ZQERR_COMMON_OK;
-constexpr std::uint32_t kBadArguments = ZQERR_COMMON_WRONG_ARGUMENTS;
-constexpr std::uint32_t kOverflow = ZQERR_COMMON_OVERFLOW;
-
 // Digit nibbles a value of that type stores, padding included.
 constexpr std::uint32_t NibbleCount(std::uint32_t precision, std::uint32_t scale) noexcept {
   return 2 * (DecimalSize(precision, scale) - 2);
@@ -72,7 +68,7 @@ void PackDecimal(const DecimalDigits& in, void* value) noexcept {
 }
 
 std::uint32_t DecimalFromInt64(void* value, std::int64_t number) noexcept {
-  if (!HasDecimalHeader(value)) return kBadArguments;
+  if (!HasDecimalHeader(value)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   DecimalDigits d;
   d.precision = DecimalTypeOf(value) >> 8;
   d.scale = DecimalTypeOf(value) & 0xFFu;
@@ -83,37 +79,37 @@ std::uint32_t DecimalFromInt64(void* value, std::int64_t number) noexcept {
   const std::uint32_t integer_digits = d.precision - d.scale;
   std::uint32_t position = integer_digits;
   while (magnitude != 0) {
-    if (position == 0) return kOverflow;
+    if (position == 0) return ZQERR_COMMON_OVERFLOW;
     d.digits[--position] = static_cast<std::uint8_t>(magnitude % 10);
     magnitude /= 10;
   }
   PackDecimal(d, value);
-  return kOk;
+  return ZQERR_COMMON_OK;
 }
 
 std::uint32_t DecimalToInt64(const void* value, std::int64_t& number) noexcept {
   DecimalDigits d;
-  if (!UnpackDecimal(value, d)) return kBadArguments;
+  if (!UnpackDecimal(value, d)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const std::uint64_t limit = d.negative ? std::uint64_t{1} << 63 : (std::uint64_t{1} << 63) - 1;
   std::uint64_t magnitude = 0;
   for (std::uint32_t i = 0; i < d.precision - d.scale; ++i) {
     const std::uint8_t digit = d.digits[i];
-    if (magnitude > (limit - digit) / 10) return kOverflow;
+    if (magnitude > (limit - digit) / 10) return ZQERR_COMMON_OVERFLOW;
     magnitude = magnitude * 10 + digit;
   }
   // Conversion to a signed type wraps modulo 2^64, which gives INT64_MIN for 2^63.
   number = static_cast<std::int64_t>(d.negative ? 0 - magnitude : magnitude);
-  return kOk;
+  return ZQERR_COMMON_OK;
 }
 
 std::uint32_t CompareDecimals(const void* a, const void* b, std::int32_t& result) noexcept {
   DecimalDigits left;
   DecimalDigits right;
-  if (!UnpackDecimal(a, left) || !UnpackDecimal(b, right)) return kBadArguments;
+  if (!UnpackDecimal(a, left) || !UnpackDecimal(b, right)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   // Zero is never negative, so differing signs decide alone.
   if (left.negative != right.negative) {
     result = left.negative ? -1 : 1;
-    return kOk;
+    return ZQERR_COMMON_OK;
   }
   const auto integer_digits = [](const DecimalDigits& d) {
     return static_cast<std::int32_t>(d.precision - d.scale);
@@ -127,7 +123,7 @@ std::uint32_t CompareDecimals(const void* a, const void* b, std::int32_t& result
     if (x != y) magnitude = x < y ? -1 : 1;
   }
   result = left.negative ? -magnitude : magnitude;
-  return kOk;
+  return ZQERR_COMMON_OK;
 }
 
 }  // namespace zq::time

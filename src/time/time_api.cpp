@@ -1,8 +1,8 @@
 // The exported functions of the time value family. A value read through a
 // null pointer is the NULL value; a null pointer to write to is ignored.
-#include "os/edge.h"
 #include "time/calendar.h"
 #include "time/time_value.h"
+#include "zqsys/zqerr.h"
 #include "zqsys/zqtime.h"
 
 using namespace zq::time;
@@ -43,7 +43,7 @@ ZQ_API void ZqTimeSetMinEx(ZQTIME* value, uint32_t unit) {
 }
 
 ZQ_API uint32_t ZqTimeCheck(const ZQTIME* value) {
-  return value != nullptr && IsValidTime(*value) ? 0 : zq::kWrongArguments;
+  return value != nullptr && IsValidTime(*value) ? ZQERR_COMMON_OK : ZQERR_COMMON_WRONG_ARGUMENTS;
 }
 
 ZQ_API int32_t ZqTimeCmp(const ZQTIME* a, const ZQTIME* b) {
@@ -80,9 +80,9 @@ ZQ_API int32_t ZqTimeGetDaysInYear(uint32_t year) {
 }
 
 ZQ_API uint32_t ZqTimeGetFromStr(ZQTIME* value, const char* text) {
-  if (value == nullptr) return zq::kWrongArguments;
+  if (value == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *value = kNullTime;
-  if (text == nullptr) return zq::kWrongArguments;
+  if (text == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ParseTime(text, *value);
 }
 

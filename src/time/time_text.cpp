@@ -2,8 +2,8 @@
 // "hour:minute[:second][.millisecond]", blanks and tabs around every part.
 #include <cstdint>
 
-#include "os/edge.h"
 #include "time/time_value.h"
+#include "zqsys/zqerr.h"
 
 namespace zq::time {
 namespace {
@@ -61,7 +61,7 @@ std::uint32_t ParseTime(const char* text, ZQTIME& out) noexcept {
   std::uint32_t year = 0, month = 0, day = 0;
   if (!in.Number(kWordField, year) || year < kFirstYear || !in.Separator('/') ||
       !in.Number(kByteField, month) || !in.Separator('/') || !in.Number(kByteField, day))
-    return kWrongArguments;
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   ZQTIME value = kNullTime;
   value.year = static_cast<std::uint16_t>(year);
   value.month = static_cast<std::uint8_t>(month);
@@ -69,19 +69,20 @@ std::uint32_t ParseTime(const char* text, ZQTIME& out) noexcept {
   if (!in.AtEnd()) {
     std::uint32_t hour = 0, minute = 0, second = 0, millisecond = 0;
     if (!in.Number(kByteField, hour) || !in.Separator(':') || !in.Number(kByteField, minute))
-      return kWrongArguments;
-    if (in.Separator(':') && !in.Number(kByteField, second)) return kWrongArguments;
-    if (in.Separator('.') && !in.Number(kWordField, millisecond)) return kWrongArguments;
-    if (!in.AtEnd()) return kWrongArguments;
+      return ZQERR_COMMON_WRONG_ARGUMENTS;
+    if (in.Separator(':') && !in.Number(kByteField, second)) return ZQERR_COMMON_WRONG_ARGUMENTS;
+    if (in.Separator('.') && !in.Number(kWordField, millisecond))
+      return ZQERR_COMMON_WRONG_ARGUMENTS;
+    if (!in.AtEnd()) return ZQERR_COMMON_WRONG_ARGUMENTS;
     value.hour = static_cast<std::uint8_t>(hour);
     value.minute = static_cast<std::uint8_t>(minute);
     value.second = static_cast<std::uint8_t>(second);
     value.millisecond = static_cast<std::uint16_t>(millisecond);
     // A date alone is taken as it stands; a full value must be a valid one.
-    if (!IsValidTime(value)) return kWrongArguments;
+    if (!IsValidTime(value)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   out = value;
-  return 0;
+  return ZQERR_COMMON_OK;
 }
 
 }  // namespace zq::time

@@ -56,6 +56,14 @@ class Generator {
     return bits == 64 ? random_() : random_() & ((1ull << bits) - 1);
   }
 
+  // 10^k - 1, 10^k or 10^k + 1: where a decimal digit count changes.
+  std::uint64_t NearPowerOfTen() {
+    std::uint64_t power = 1;
+    for (int k = Below(20); k > 0; --k)
+      power *= 10;
+    return power - 1 + static_cast<std::uint64_t>(Below(3));
+  }
+
  private:
   std::mt19937_64 random_;
 };
@@ -96,7 +104,7 @@ int CompareInteger(Generator& g) {
   std::string flags = g.Flags(hex ? "-+ #0" : "-+ #0");
   std::string precision;
   if (g.OneIn(3)) precision = "." + std::to_string(g.Below(25));
-  const std::uint64_t bits = g.OneIn(20) ? 0 : g.Bits();
+  const std::uint64_t bits = g.OneIn(20) ? 0 : (g.OneIn(8) ? g.NearPowerOfTen() : g.Bits());
   const bool has_precision = !precision.empty();
   if (has_precision && flags.find('0') != std::string::npos) flags.erase(flags.find('0'), 1);
   if (hex && (has_precision || flags.find('0') != std::string::npos)) {
