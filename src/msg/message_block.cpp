@@ -5,6 +5,7 @@
 
 #include "msg/message.h"
 #include "msg/stream_engine.h"
+#include "msg/wire_format.h"
 #include "os/edge.h"
 #include "os/memory.h"
 #include "zqsys/zqerr.h"
@@ -12,8 +13,6 @@
 namespace zq::msg {
 namespace {
 
-constexpr const char* kSignature = "ZORK";
-constexpr std::uint32_t kBlockVersion = 1;
 constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
 // User fields past this many are looked up through an index while loading.
 constexpr std::uint32_t kIndexedFrom = 32;
@@ -71,9 +70,8 @@ std::uint32_t ParsePair(ZQPARSECTX& ctx, PairView& pair) noexcept {
 // The header "cu4u4u8u8ccbc", a "cb" pair per user field, and a null pair,
 // written value by value with the lengths the message keeps.
 std::uint32_t CMessage::ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept {
-  static constexpr std::uint8_t kTerminator[8] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-  std::uint32_t rc = ComposeTextValue(ctx, kSignature, 4);
-  if (rc == 0) rc = ComposeRaw(ctx, &kBlockVersion, 4);
+  std::uint32_t rc = ComposeTextValue(ctx, wire::kBlockSignature, wire::kBlockSignatureLength);
+  if (rc == 0) rc = ComposeRaw(ctx, &wire::kBlockVersion, 4);
   if (rc == 0) rc = ComposeRaw(ctx, &type_, 4);
   if (rc == 0) rc = ComposeRaw(ctx, &sendId_, 8);
   if (rc == 0) rc = ComposeRaw(ctx, &replyId_, 8);
@@ -85,7 +83,7 @@ std::uint32_t CMessage::ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept {
     rc = ComposeTextValue(ctx, users_[i].name, users_[i].nameLength);
     if (rc == 0) rc = ComposeBinaryValue(ctx, users_[i].value, users_[i].size);
   }
-  if (rc == 0) rc = ComposeRaw(ctx, kTerminator, 8);
+  if (rc == 0) rc = ComposeRaw(ctx, wire::kBlockTerminator, sizeof wire::kBlockTerminator);
   return rc;
 }
 

@@ -3,10 +3,9 @@
 // remains before anything is copied or allocated.
 #include <cstring>
 
-#include "common/type_codes.h"
+#include "msg/format_plan.h"
 #include "msg/stream_engine.h"
-#include "os/edge.h"
-#include "time/decimal.h"
+#include "msg/wire_format.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqtime.h"
 
@@ -14,20 +13,11 @@ namespace zq::msg {
 namespace {
 
 constexpr std::uint32_t kBadBlock = ZQERR_MSG_BAD_PARSE_BLOCK;
-constexpr std::uint32_t kNullMarker = 0xFFFFFFFFu;
+constexpr std::uint32_t kWrongArguments = ZQERR_COMMON_WRONG_ARGUMENTS;
+constexpr std::uint32_t kNoMemory = ZQERR_COMMON_NO_MEMORY;
+constexpr std::uint32_t kNullMarker = wire::kNullLength;
 // A w code without a width accepts up to this many characters.
 constexpr std::uint64_t kWideUnlimited = 0x7FFFFFF0u;
-
-bool IsDigit(char c) noexcept {
-  return c >= '0' && c <= '9';
-}
-
-std::uint32_t ReadFormatWidth(const char*& p) noexcept {
-  std::uint32_t digits = 0;
-  const std::uint32_t width = common::ReadWidth(p, digits);
-  p += digits;
-  return width;
-}
 
 // One parser per delivery mode, so that the loop over a format never asks
 // which mode it is in.
@@ -39,12 +29,13 @@ class Parser {
   Parser(const ZQPARSECTX& ctx, ZqAllocFunc allocator) noexcept
       : buffer_(ctx.buffer), size_(ctx.size), position_(ctx.position), allocator_(allocator) {}
 
-  std::uint32_t Run(const char* format, va_list args) noexcept;
+  std::uint32_t Run(const FormatStep* steps, std::uint32_t count, va_list args) noexcept;
   std::uint32_t Position() const noexcept { return static_cast<std::uint32_t>(position_); }
 
   // Single values for the readers that walk a stream value by value.
-  [[gnu::always_inline]] inline std::uint32_t Text(const char*& p, void* dest, bool wide) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Binary(const char*& p, void* dest,
+  [[gnu::always_inline]] inline std::uint32_t Text(std::uint64_t width, void* dest,
+                                                   bool wide) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Binary(std::uint32_t width, void* dest,
                                                      std::uint32_t* count) noexcept;
 
  private:
@@ -54,14 +45,14 @@ class Parser {
   const std::uint8_t* Here() const noexcept { return buffer_ + position_; }
   void Advance(std::uint64_t count) noexcept { position_ += count; }
 
-  [[gnu::always_inline]] inline std::uint32_t Fixed(void* dest, std::uint32_t size) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Integer(const char*& p, void* dest) noexcept;
+  template <std::uint32_t kSize>
+  [[gnu::always_inline]] inline std::uint32_t Fixed(void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Time(void* dest) noexcept;
   // The u32 length in front of a text or byte string, not yet passed.
   [[gnu::always_inline]] inline std::uint32_t PeekLength(const void* dest,
                                                          std::uint32_t& length) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Counted(const char*& p, void* dest) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Decimal(const char*& p, void* dest) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Counted(std::uint32_t width, void* dest) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Decimal(std::uint32_t size, void* dest) noexcept;
 
   [[gnu::always_inline]] inline std::uint32_t Deliver(void* dest, const std::uint8_t* bytes,
                                                       std::uint32_t count) noexcept;
@@ -143,45 +134,29 @@ inline std::uint32_t Parser<kMode>::PeekLength(const void* dest, std::uint32_t& 
 }
 
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Fixed(void* dest, std::uint32_t size) noexcept {
+template <std::uint32_t kSize>
+inline std::uint32_t Parser<kMode>::Fixed(void* dest) noexcept {
   if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < size) return kBadBlock;
-  std::memcpy(dest, Here(), size);
-  Advance(size);
+  if (Remaining() < kSize) return kBadBlock;
+  std::memcpy(dest, Here(), kSize);
+  Advance(kSize);
   return 0;
-}
-
-template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Integer(const char*& p, void* dest) noexcept {
-  switch (*p++) {
-    case '1':
-      return Fixed(dest, 1);
-    case '2':
-      return Fixed(dest, 2);
-    case '4':
-      return Fixed(dest, 4);
-    case '8':
-      return Fixed(dest, 8);
-    default:
-      return kWrongArguments;
-  }
 }
 
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Time(void* dest) noexcept {
   if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < 9) return kBadBlock;
+  if (Remaining() < wire::kTimeBytes) return kBadBlock;
   auto* raw = static_cast<std::uint8_t*>(dest);
   std::memcpy(raw, Here(), 7);
   raw[7] = 0;
   std::memcpy(raw + 8, Here() + 7, 2);
-  Advance(9);
+  Advance(wire::kTimeBytes);
   return 0;
 }
 
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Text(const char*& p, void* dest, bool wide) noexcept {
-  const std::uint64_t width = ReadFormatWidth(p);
+inline std::uint32_t Parser<kMode>::Text(std::uint64_t width, void* dest, bool wide) noexcept {
   std::uint32_t length;
   if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
@@ -206,9 +181,8 @@ inline std::uint32_t Parser<kMode>::Text(const char*& p, void* dest, bool wide) 
 }
 
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest,
+inline std::uint32_t Parser<kMode>::Binary(std::uint32_t width, void* dest,
                                            std::uint32_t* count) noexcept {
-  const std::uint32_t width = ReadFormatWidth(p);
   std::uint32_t length;
   if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
@@ -227,8 +201,7 @@ inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest,
 
 // A counted block is handed over whole: its u32 length, then its bytes.
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Counted(const char*& p, void* dest) noexcept {
-  const std::uint32_t width = ReadFormatWidth(p);
+inline std::uint32_t Parser<kMode>::Counted(std::uint32_t width, void* dest) noexcept {
   std::uint32_t length;
   if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
@@ -246,13 +219,8 @@ inline std::uint32_t Parser<kMode>::Counted(const char*& p, void* dest) noexcept
 // Decimals are fixed-size values and are copied in every mode, as they lie:
 // whoever uses the value checks its type.
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Decimal(const char*& p, void* dest) noexcept {
-  common::TypeCode code;
-  if (!common::ScanType(p - 1, code)) return kWrongArguments;
-  p += code.length - 1;
-  if (!time::IsDecimalType(code.width, code.scale)) return kWrongArguments;
+inline std::uint32_t Parser<kMode>::Decimal(std::uint32_t size, void* dest) noexcept {
   if (dest == nullptr) return kWrongArguments;
-  const std::uint32_t size = time::DecimalSize(code.width, code.scale);
   if (Remaining() < size) return kBadBlock;
   std::memcpy(dest, Here(), size);
   Advance(size);
@@ -260,49 +228,46 @@ inline std::uint32_t Parser<kMode>::Decimal(const char*& p, void* dest) noexcept
 }
 
 template <ParseMode kMode>
-std::uint32_t Parser<kMode>::Run(const char* format, va_list args) noexcept {
+std::uint32_t Parser<kMode>::Run(const FormatStep* steps, std::uint32_t count,
+                                 va_list args) noexcept {
   std::uint32_t rc = 0;
-  const char* p = format;
-  while (rc == 0 && *p != '\0') {
-    switch (*p++) {
-      case 'a':
-        while (IsDigit(*p))
-          ++p;
-        rc = Fixed(va_arg(args, void*), 1);
+  for (const FormatStep* step = steps; rc == 0 && step != steps + count; ++step) {
+    switch (step->op) {
+      case StepOp::kCharacter:
+      case StepOp::kInt1:
+        rc = Fixed<1>(va_arg(args, void*));
         break;
-      case 'i':
-      case 'u':
-        rc = Integer(p, va_arg(args, void*));
+      case StepOp::kInt2:
+        rc = Fixed<2>(va_arg(args, void*));
         break;
-      case 'f':
-        while (IsDigit(*p))
-          ++p;
-        rc = Fixed(va_arg(args, void*), 8);
+      case StepOp::kInt4:
+        rc = Fixed<4>(va_arg(args, void*));
         break;
-      case 't':
-        while (IsDigit(*p))
-          ++p;
+      case StepOp::kInt8:
+      case StepOp::kDouble:
+        rc = Fixed<8>(va_arg(args, void*));
+        break;
+      case StepOp::kTime:
         rc = Time(va_arg(args, void*));
         break;
-      case 'c':
-        rc = Text(p, va_arg(args, void*), false);
+      case StepOp::kText:
+        rc = Text(step->width, va_arg(args, void*), false);
         break;
-      case 'w':
-        rc = Text(p, va_arg(args, void*), true);
+      case StepOp::kWideText:
+        rc = Text(step->width, va_arg(args, void*), true);
         break;
-      case 'b': {
+      case StepOp::kBinary: {
         void* dest = va_arg(args, void*);
-        rc = Binary(p, dest, va_arg(args, std::uint32_t*));
+        rc = Binary(step->width, dest, va_arg(args, std::uint32_t*));
         break;
       }
-      case 'z':
-        rc = Counted(p, va_arg(args, void*));
+      case StepOp::kCounted:
+        rc = Counted(step->width, va_arg(args, void*));
         break;
-      case 'd':
-      case 's':
-        rc = Decimal(p, va_arg(args, void*));
+      case StepOp::kDecimal:
+        rc = Decimal(step->size, va_arg(args, void*));
         break;
-      default:
+      case StepOp::kBad:
         rc = kWrongArguments;
         break;
     }
@@ -314,7 +279,9 @@ template <ParseMode kMode>
 [[gnu::flatten]] std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* format,
                                          va_list args) noexcept {
   Parser<kMode> parser(ctx, allocator);
-  const std::uint32_t rc = parser.Run(format, args);
+  const std::uint32_t rc = RunFormat(format, [&](const FormatStep* steps, std::uint32_t count) {
+    return parser.Run(steps, count, args);
+  });
   ctx.position = parser.Position();
   return rc;
 }
@@ -350,8 +317,7 @@ std::uint32_t Parse(ZQPARSECTX& ctx, ParseMode mode, ZqAllocFunc allocator, cons
 
 std::uint32_t ParseTextAt(ZQPARSECTX& ctx, const char*& text, std::uint32_t& length) noexcept {
   Parser<ParseMode::kPointer> parser(ctx, nullptr);
-  const char* noWidth = "";
-  const std::uint32_t rc = parser.Text(noWidth, &text, false);
+  const std::uint32_t rc = parser.Text(0, &text, false);
   if (rc == 0) {
     length = text != nullptr ? parser.Position() - ctx.position - 5 : 0;
     ctx.position = parser.Position();
@@ -361,8 +327,7 @@ std::uint32_t ParseTextAt(ZQPARSECTX& ctx, const char*& text, std::uint32_t& len
 
 std::uint32_t ParseBinaryAt(ZQPARSECTX& ctx, const void*& bytes, std::uint32_t& count) noexcept {
   Parser<ParseMode::kPointer> parser(ctx, nullptr);
-  const char* noWidth = "";
-  const std::uint32_t rc = parser.Binary(noWidth, &bytes, &count);
+  const std::uint32_t rc = parser.Binary(0, &bytes, &count);
   if (rc == 0) ctx.position = parser.Position();
   return rc;
 }
