@@ -16,15 +16,12 @@ namespace {
 static_assert(std::endian::native == std::endian::little,
               "stream integers are copied as they lie in memory");
 
-constexpr std::uint32_t kWrongArguments = ZQERR_COMMON_WRONG_ARGUMENTS;
-constexpr std::uint32_t kNoMemory = ZQERR_COMMON_NO_MEMORY;
-
 template <bool kMeasure>
 std::uint32_t ComposeText(StreamWriter<kMeasure>& out, std::uint32_t width,
                           const char* text) noexcept {
   if (text == nullptr) return out.NullMarker();
   const std::uint64_t length = std::strlen(text);
-  if (width != 0 && length > width) return kWrongArguments;
+  if (width != 0 && length > width) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return out.Text(text, length);
 }
 
@@ -35,9 +32,9 @@ std::uint32_t ComposeWideText(StreamWriter<kMeasure>& out, std::uint32_t width,
   std::uint64_t units = 0;
   while (text[units] != 0)
     ++units;
-  if (width != 0 && units > width) return kWrongArguments;
+  if (width != 0 && units > width) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const std::uint64_t bytes = 2 * (units + 1);
-  if (bytes >= wire::kNullLength) return kNoMemory;
+  if (bytes >= wire::kNullLength) return ZQERR_COMMON_NO_MEMORY;
   return out.Prefixed(static_cast<std::uint32_t>(bytes), text, bytes);
 }
 
@@ -47,21 +44,22 @@ template <bool kMeasure>
 std::uint32_t ComposeBinary(StreamWriter<kMeasure>& out, const FormatStep& step, const void* bytes,
                             std::uint32_t count) noexcept {
   if (bytes == nullptr) {
-    if (count != 0) return kWrongArguments;
-    const std::uint32_t rc = out.NullMarker();
-    return rc != 0 || !step.widthDigits ? rc : kWrongArguments;
+    if (count != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
+    if (const std::uint32_t rc = out.NullMarker()) return rc;
+    if (step.widthDigits) return ZQERR_COMMON_WRONG_ARGUMENTS;
+    return 0;
   }
-  if (step.width != 0 && count > step.width) return kWrongArguments;
+  if (step.width != 0 && count > step.width) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return out.Binary(bytes, count);
 }
 
 template <bool kMeasure>
 std::uint32_t ComposeCounted(StreamWriter<kMeasure>& out, std::uint32_t width,
                              const void* block) noexcept {
-  if (block == nullptr) return kWrongArguments;
+  if (block == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   std::uint32_t length;
   std::memcpy(&length, block, 4);
-  if (width != 0 && length > width) return kWrongArguments;
+  if (width != 0 && length > width) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return out.Bytes(block, 4 + std::uint64_t{length});
 }
 
@@ -69,7 +67,7 @@ template <bool kMeasure>
 std::uint32_t ComposeDecimal(StreamWriter<kMeasure>& out, const FormatStep& step,
                              const void* value) noexcept {
   if (value != nullptr) {
-    if (time::DecimalTypeOf(value) != step.width) return kWrongArguments;
+    if (time::DecimalTypeOf(value) != step.width) return ZQERR_COMMON_WRONG_ARGUMENTS;
     return out.Bytes(value, step.size);
   }
   std::uint8_t zero[time::kDecimalMaxSize];
@@ -145,7 +143,7 @@ std::uint32_t ComposeSteps(StreamWriter<kMeasure>& out, const FormatStep* steps,
         rc = ComposeDecimal(out, *step, va_arg(args, const void*));
         break;
       case StepOp::kBad:
-        rc = kWrongArguments;
+        rc = ZQERR_COMMON_WRONG_ARGUMENTS;
         break;
     }
   }
@@ -197,7 +195,7 @@ std::uint32_t Grow(ZQCOMPOSECTX& ctx, std::uint64_t need, const void*& source) n
   const auto from = reinterpret_cast<std::uintptr_t>(source);
   const bool inside = ctx.buffer != nullptr && from >= old && from < old + ctx.capacity;
   void* grown = os::Reallocate(ctx.buffer, capacity);
-  if (grown == nullptr) return kNoMemory;
+  if (grown == nullptr) return ZQERR_COMMON_NO_MEMORY;
   ctx.buffer = static_cast<std::uint8_t*>(grown);
   ctx.capacity = static_cast<std::uint32_t>(capacity);
   if (inside) source = ctx.buffer + (from - old);

@@ -6,14 +6,12 @@
 #include "msg/message.h"
 #include "msg/stream_engine.h"
 #include "msg/wire_format.h"
-#include "os/edge.h"
 #include "os/memory.h"
 #include "zqsys/zqerr.h"
 
 namespace zq::msg {
 namespace {
 
-constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
 // User fields past this many are looked up through an index while loading.
 constexpr std::uint32_t kIndexedFrom = 32;
 
@@ -122,7 +120,7 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
       const std::uint32_t length = pair.nameLength;
       if (name == nullptr) break;  // the terminator
       if (name[0] == '\0') {
-        rc = kWrongArguments;  // as ZqMsgSetField refuses an empty name
+        rc = ZQERR_COMMON_WRONG_ARGUMENTS;  // as ZqMsgSetField refuses an empty name
       } else if (FindSystemField(name) != nullptr) {
         rc = SetField(name, pair.value, pair.size);
       } else if (userCount_ < kIndexedFrom) {
@@ -143,7 +141,7 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
       }
     }
   } catch (const std::bad_alloc&) {
-    rc = kNoMemory;
+    rc = ZQERR_COMMON_NO_MEMORY;
   }
   return rc;
 }
@@ -152,7 +150,7 @@ namespace {
 
 std::uint32_t Deliver(const void* value, std::uint32_t size, const void** out,
                       std::uint32_t* outSize) noexcept {
-  if (value == nullptr) return kFieldNotFound;
+  if (value == nullptr) return ZQERR_MSG_FIELD_NOT_FOUND;
   *out = value;
   *outSize = size;
   return 0;
@@ -193,7 +191,7 @@ std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, 
       return 0;
     }
   }
-  return kFieldNotFound;
+  return ZQERR_MSG_FIELD_NOT_FOUND;
 }
 
 }  // namespace zq::msg

@@ -12,9 +12,6 @@
 namespace zq::msg {
 namespace {
 
-constexpr std::uint32_t kBadBlock = ZQERR_MSG_BAD_PARSE_BLOCK;
-constexpr std::uint32_t kWrongArguments = ZQERR_COMMON_WRONG_ARGUMENTS;
-constexpr std::uint32_t kNoMemory = ZQERR_COMMON_NO_MEMORY;
 constexpr std::uint32_t kNullMarker = wire::kNullLength;
 // A w code without a width accepts up to this many characters.
 constexpr std::uint64_t kWideUnlimited = 0x7FFFFFF0u;
@@ -82,7 +79,7 @@ inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* byte
       [[fallthrough]];
     case ParseMode::kAllocatedCopy: {
       void* copy = allocator_(count == 0 ? 1 : count);
-      if (copy == nullptr) return kNoMemory;
+      if (copy == nullptr) return ZQERR_COMMON_NO_MEMORY;
       std::memcpy(copy, bytes, count);
       *slot = copy;
       return 0;
@@ -91,14 +88,14 @@ inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* byte
       *slot = const_cast<std::uint8_t*>(bytes);
       return 0;
     case ParseMode::kCopyToPointed:
-      if (*slot == nullptr) return kWrongArguments;
+      if (*slot == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
       std::memcpy(*slot, bytes, count);
       return 0;
     case ParseMode::kCopyInPlace:
       std::memcpy(dest, bytes, count);
       return 0;
   }
-  return kWrongArguments;
+  return ZQERR_COMMON_WRONG_ARGUMENTS;
 }
 
 // A null marker: pointer modes store a null pointer, copy modes store
@@ -115,20 +112,20 @@ inline std::uint32_t Parser<kMode>::DeliverNull(void* dest, std::uint32_t zeroBy
       *slot = nullptr;
       return 0;
     case ParseMode::kCopyToPointed:
-      if (*slot == nullptr) return kWrongArguments;
+      if (*slot == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
       std::memset(*slot, 0, zeroBytes);
       return 0;
     case ParseMode::kCopyInPlace:
       std::memset(dest, 0, zeroBytes);
       return 0;
   }
-  return kWrongArguments;
+  return ZQERR_COMMON_WRONG_ARGUMENTS;
 }
 
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::PeekLength(const void* dest, std::uint32_t& length) noexcept {
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < 4) return kBadBlock;
+  if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() < 4) return ZQERR_MSG_BAD_PARSE_BLOCK;
   std::memcpy(&length, Here(), 4);
   return 0;
 }
@@ -136,8 +133,8 @@ inline std::uint32_t Parser<kMode>::PeekLength(const void* dest, std::uint32_t& 
 template <ParseMode kMode>
 template <std::uint32_t kSize>
 inline std::uint32_t Parser<kMode>::Fixed(void* dest) noexcept {
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < kSize) return kBadBlock;
+  if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() < kSize) return ZQERR_MSG_BAD_PARSE_BLOCK;
   std::memcpy(dest, Here(), kSize);
   Advance(kSize);
   return 0;
@@ -145,8 +142,8 @@ inline std::uint32_t Parser<kMode>::Fixed(void* dest) noexcept {
 
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Time(void* dest) noexcept {
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < wire::kTimeBytes) return kBadBlock;
+  if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() < wire::kTimeBytes) return ZQERR_MSG_BAD_PARSE_BLOCK;
   auto* raw = static_cast<std::uint8_t*>(dest);
   std::memcpy(raw, Here(), 7);
   raw[7] = 0;
@@ -167,13 +164,13 @@ inline std::uint32_t Parser<kMode>::Text(std::uint64_t width, void* dest, bool w
   const std::uint8_t* bytes = Here() + 4;
   if (wide) {
     const std::uint64_t limit = 2 * (width == 0 ? kWideUnlimited : width) + 2;
-    if (length < 2 || length % 2 != 0 || length > limit) return kBadBlock;
-    if (Remaining() - 4 < length) return kBadBlock;
-    if (bytes[length - 1] != 0 || bytes[length - 2] != 0) return kBadBlock;
+    if (length < 2 || length % 2 != 0 || length > limit) return ZQERR_MSG_BAD_PARSE_BLOCK;
+    if (Remaining() - 4 < length) return ZQERR_MSG_BAD_PARSE_BLOCK;
+    if (bytes[length - 1] != 0 || bytes[length - 2] != 0) return ZQERR_MSG_BAD_PARSE_BLOCK;
   } else {
-    if (length == 0 || (width != 0 && length > width + 1)) return kBadBlock;
-    if (Remaining() - 4 < length) return kBadBlock;
-    if (bytes[length - 1] != 0) return kBadBlock;
+    if (length == 0 || (width != 0 && length > width + 1)) return ZQERR_MSG_BAD_PARSE_BLOCK;
+    if (Remaining() - 4 < length) return ZQERR_MSG_BAD_PARSE_BLOCK;
+    if (bytes[length - 1] != 0) return ZQERR_MSG_BAD_PARSE_BLOCK;
   }
   if (const std::uint32_t rc = Deliver(dest, bytes, length)) return rc;
   Advance(4 + std::uint64_t{length});
@@ -191,8 +188,8 @@ inline std::uint32_t Parser<kMode>::Binary(std::uint32_t width, void* dest,
     Advance(4);
     return 0;
   }
-  if (width != 0 && width < length) return kWrongArguments;
-  if (Remaining() - 4 < length) return kBadBlock;
+  if (width != 0 && width < length) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() - 4 < length) return ZQERR_MSG_BAD_PARSE_BLOCK;
   if (const std::uint32_t rc = Deliver(dest, Here() + 4, length)) return rc;
   if (count != nullptr) *count = length;
   Advance(4 + std::uint64_t{length});
@@ -209,8 +206,8 @@ inline std::uint32_t Parser<kMode>::Counted(std::uint32_t width, void* dest) noe
     Advance(4);
     return 0;
   }
-  if (width != 0 && length > width) return kWrongArguments;
-  if (Remaining() - 4 < length) return kBadBlock;
+  if (width != 0 && length > width) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() - 4 < length) return ZQERR_MSG_BAD_PARSE_BLOCK;
   if (const std::uint32_t rc = Deliver(dest, Here(), 4 + length)) return rc;
   Advance(4 + std::uint64_t{length});
   return 0;
@@ -220,60 +217,67 @@ inline std::uint32_t Parser<kMode>::Counted(std::uint32_t width, void* dest) noe
 // whoever uses the value checks its type.
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Decimal(std::uint32_t size, void* dest) noexcept {
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < size) return kBadBlock;
+  if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() < size) return ZQERR_MSG_BAD_PARSE_BLOCK;
   std::memcpy(dest, Here(), size);
   Advance(size);
   return 0;
 }
 
+#define ZQ_NEXT_STEP()                                 \
+  do {                                                 \
+    if (rc != 0 || ++step == end) return rc;           \
+    goto* kSteps[static_cast<std::uint8_t>(step->op)]; \
+  } while (0)
+
 template <ParseMode kMode>
 std::uint32_t Parser<kMode>::Run(const FormatStep* steps, std::uint32_t count,
                                  va_list args) noexcept {
+  static const void* const kSteps[] = {&&bad,    &&int1,    &&int1,   &&int2, &&int4,
+                                       &&int8,   &&int8,    &&time,   &&text, &&wide,
+                                       &&binary, &&counted, &&decimal};
   std::uint32_t rc = 0;
-  for (const FormatStep* step = steps; rc == 0 && step != steps + count; ++step) {
-    switch (step->op) {
-      case StepOp::kCharacter:
-      case StepOp::kInt1:
-        rc = Fixed<1>(va_arg(args, void*));
-        break;
-      case StepOp::kInt2:
-        rc = Fixed<2>(va_arg(args, void*));
-        break;
-      case StepOp::kInt4:
-        rc = Fixed<4>(va_arg(args, void*));
-        break;
-      case StepOp::kInt8:
-      case StepOp::kDouble:
-        rc = Fixed<8>(va_arg(args, void*));
-        break;
-      case StepOp::kTime:
-        rc = Time(va_arg(args, void*));
-        break;
-      case StepOp::kText:
-        rc = Text(step->width, va_arg(args, void*), false);
-        break;
-      case StepOp::kWideText:
-        rc = Text(step->width, va_arg(args, void*), true);
-        break;
-      case StepOp::kBinary: {
-        void* dest = va_arg(args, void*);
-        rc = Binary(step->width, dest, va_arg(args, std::uint32_t*));
-        break;
-      }
-      case StepOp::kCounted:
-        rc = Counted(step->width, va_arg(args, void*));
-        break;
-      case StepOp::kDecimal:
-        rc = Decimal(step->size, va_arg(args, void*));
-        break;
-      case StepOp::kBad:
-        rc = kWrongArguments;
-        break;
-    }
-  }
-  return rc;
+  const FormatStep* step = steps;
+  const FormatStep* const end = steps + count;
+  if (step == end) return 0;
+  goto* kSteps[static_cast<std::uint8_t>(step->op)];
+int1:
+  rc = Fixed<1>(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+int2:
+  rc = Fixed<2>(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+int4:
+  rc = Fixed<4>(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+int8:
+  rc = Fixed<8>(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+time:
+  rc = Time(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+text:
+  rc = Text(step->width, va_arg(args, void*), false);
+  ZQ_NEXT_STEP();
+wide:
+  rc = Text(step->width, va_arg(args, void*), true);
+  ZQ_NEXT_STEP();
+binary : {
+  void* dest = va_arg(args, void*);
+  rc = Binary(step->width, dest, va_arg(args, std::uint32_t*));
+  ZQ_NEXT_STEP();
 }
+counted:
+  rc = Counted(step->width, va_arg(args, void*));
+  ZQ_NEXT_STEP();
+decimal:
+  rc = Decimal(step->size, va_arg(args, void*));
+  ZQ_NEXT_STEP();
+bad:
+  return ZQERR_COMMON_WRONG_ARGUMENTS;
+}
+
+#undef ZQ_NEXT_STEP
 
 template <ParseMode kMode>
 [[gnu::flatten]] std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* format,
@@ -290,11 +294,12 @@ template <ParseMode kMode>
 
 std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator, const char* format,
                      va_list args) noexcept {
-  if (mode > static_cast<std::uint32_t>(ParseMode::kCopyInPlace)) return kWrongArguments;
+  if (mode > static_cast<std::uint32_t>(ParseMode::kCopyInPlace))
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   if (static_cast<ParseMode>(mode) == ParseMode::kAllocatedCopy && allocator == nullptr) {
-    return kWrongArguments;
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
-  if (ctx.buffer == nullptr && ctx.size != 0) return kWrongArguments;
+  if (ctx.buffer == nullptr && ctx.size != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
   // The argument list goes straight to the parser, which alone takes values
   // from it: a copy would cost a stall on a list its caller has just built.
   using Runner = std::uint32_t (*)(ZQPARSECTX&, ZqAllocFunc, const char*, va_list) noexcept;
