@@ -46,10 +46,11 @@ enum class SchemeText : std::uint8_t {
 
 // What a null field of the type reads as.
 enum class EmptyValue : std::uint8_t {
-  kZeroes,       // the type's size in zero bytes
-  kZeroBuffer,   // the caller's whole buffer zeroed
-  kDecimalZero,  // a decimal zero of the field's precision and scale
-  kTimeNull,     // the null time value
+  kZeroes,         // the type's size in zero bytes
+  kZeroBuffer,     // the caller's whole buffer zeroed, which must hold the size
+  kZeroAnyBuffer,  // the caller's whole buffer zeroed, whatever its size
+  kDecimalZero,    // a decimal zero of the field's precision and scale
+  kTimeNull,       // the null time value
 };
 
 // How ZqTypeToStr writes a value.
@@ -59,7 +60,8 @@ enum class ValueText : std::uint8_t {
   kText,        // the text up to its NUL
   kDecimal,     // the decimal number
   kDouble,      // the double, %g style
-  kInteger,     // the integer of the given width
+  kSigned,      // the signed integer of the given width
+  kUnsigned,    // the unsigned integer of the given width
   kTime,        // the time value
   kDump,        // the bytes as hex
   kCountedDump  // the bytes behind a u32 length as hex
@@ -84,13 +86,13 @@ struct TypeInfo {
 #define ZQ_TYPE_LETTERS(X)                                                                      \
   X('a', kNone, kLinear, 1, 0, 1, kCharacter, kLetter, kZeroes, kCharacter, 2)                  \
   X('b', kOptional, kLinear, 0, 1, 1, kBinary, kSize, kZeroes, kDump, 0)                        \
-  X('c', kOptional, kLinear, 1, 1, 1, kText, kSize, kZeroBuffer, kText, 0)                      \
+  X('c', kOptional, kLinear, 1, 1, 1, kText, kSize, kZeroAnyBuffer, kText, 0)                   \
   X('d', kPrecision, kDecimal, 0, 0, 1, kDecimal, kSizeAndPrecision, kDecimalZero, kDecimal, 0) \
   X('f', kNone, kLinear, 8, 0, 4, kDouble, kLetter, kZeroes, kDouble, 23)                       \
-  X('i', kIntegerDigit, kLinear, 0, 1, 0, kInteger, kSize, kZeroes, kInteger, 0)                \
+  X('i', kIntegerDigit, kLinear, 0, 1, 0, kInteger, kSize, kZeroes, kSigned, 0)                 \
   X('s', kPrecision, kDecimal, 0, 0, 1, kDecimal, kSizeAndPrecision, kDecimalZero, kDecimal, 0) \
   X('t', kIgnored, kLinear, 10, 0, 2, kTime, kLetter, kTimeNull, kTime, 24)                     \
-  X('u', kIntegerDigit, kLinear, 0, 1, 0, kInteger, kSize, kZeroes, kInteger, 0)                \
+  X('u', kIntegerDigit, kLinear, 0, 1, 0, kInteger, kSize, kZeroes, kUnsigned, 0)               \
   X('w', kOptional, kLinear, 2, 2, 2, kWideText, kSize, kZeroBuffer, kNone, 0)                  \
   X('z', kOptional, kLinear, 4, 1, 4, kCounted, kSize, kZeroes, kCountedDump, 0)
 
