@@ -91,10 +91,13 @@ std::uint32_t ComposeTime(StreamWriter<kMeasure>& out, const ZQTIME* value) noex
 // Integers are little-endian in the stream, as in memory: the low bytes of
 // the value are its encoding.
 template <bool kMeasure>
-std::uint32_t ComposeSteps(StreamWriter<kMeasure>& out, const FormatStep* steps,
-                           std::uint32_t count, va_list args) noexcept {
+std::uint32_t ComposeCodes(StreamWriter<kMeasure>& out, const char* format, va_list args) noexcept {
   std::uint32_t rc = 0;
-  for (const FormatStep* step = steps; rc == 0 && step != steps + count; ++step) {
+  const char* p = format;
+  while (rc == 0 && *p != '\0') {
+    FormatStep code;
+    const FormatStep* step = &code;
+    if (!DecodeCode(p, code)) code.op = StepOp::kBad;
     switch (step->op) {
       case StepOp::kCharacter:
       case StepOp::kInt1: {
@@ -156,9 +159,7 @@ template <bool kMeasure>
 [[gnu::flatten]] std::uint32_t ComposeFormat(ZQCOMPOSECTX& ctx, const char* format,
                                              va_list args) noexcept {
   StreamWriter<kMeasure> out(ctx);
-  const std::uint32_t rc = RunFormat(format, [&](const FormatStep* steps, std::uint32_t count) {
-    return ComposeSteps(out, steps, count, args);
-  });
+  const std::uint32_t rc = ComposeCodes(out, format, args);
   out.Finish();
   return rc;
 }

@@ -5,6 +5,10 @@
 
 #include <cstdint>
 
+#include "common/type_codes.h"
+#include "common/type_table.h"
+#include "time/decimal.h"
+
 namespace zq::msg {
 
 // What one type code asks of an engine.
@@ -37,6 +41,80 @@ struct FormatSteps {
   const FormatStep* steps;
   std::uint32_t count;
 };
+
+// A letter without a width: digits after it are skipped.
+inline bool PassLetter(const char*& p, StepOp op, FormatStep& step) noexcept {
+  step.op = op;
+  ++p;
+  while (*p >= '0' && *p <= '9')
+    ++p;
+  return true;
+}
+
+// A letter with an optional width, the limit of its value.
+inline bool PassLimit(const char*& p, StepOp op, FormatStep& step) noexcept {
+  std::uint32_t digits = 0;
+  step.op = op;
+  step.width = common::ReadWidth(p + 1, digits);
+  step.widthDigits = digits != 0;
+  p += 1 + digits;
+  return true;
+}
+
+// Decodes the code at `p` into its step and moves `p` past it; false for a
+// bad code. Inline, for an engine that runs a format code by code.
+// The engines read a code as ScanType does, except that digits after a
+// letter without a width are skipped, and a binary code keeps its digits
+// apart (a null binary value leaves them unread).
+inline bool DecodeCode(const char*& p, FormatStep& step) noexcept {
+  const common::TypeInfo* type = common::FindType(*p);
+  if (type == nullptr) return false;
+  switch (type->stream) {
+    case common::StreamForm::kCharacter:
+      return PassLetter(p, StepOp::kCharacter, step);
+    case common::StreamForm::kDouble:
+      return PassLetter(p, StepOp::kDouble, step);
+    case common::StreamForm::kTime:
+      return PassLetter(p, StepOp::kTime, step);
+    case common::StreamForm::kText:
+      return PassLimit(p, StepOp::kText, step);
+    case common::StreamForm::kWideText:
+      return PassLimit(p, StepOp::kWideText, step);
+    case common::StreamForm::kBinary:
+      return PassLimit(p, StepOp::kBinary, step);
+    case common::StreamForm::kCounted:
+      return PassLimit(p, StepOp::kCounted, step);
+    case common::StreamForm::kInteger:
+      switch (p[1]) {
+        case '1':
+          step.op = StepOp::kInt1;
+          break;
+        case '2':
+          step.op = StepOp::kInt2;
+          break;
+        case '4':
+          step.op = StepOp::kInt4;
+          break;
+        case '8':
+          step.op = StepOp::kInt8;
+          break;
+        default:
+          return false;
+      }
+      p += 2;
+      return true;
+    case common::StreamForm::kDecimal: {
+      common::TypeCode code;
+      if (!common::ScanType(p, code) || !time::IsDecimalType(code.width, code.scale)) return false;
+      step.op = StepOp::kDecimal;
+      step.size = static_cast<std::uint8_t>(time::DecimalSize(code.width, code.scale));
+      step.width = code.width << 8 | code.scale;
+      p += code.length;
+      return true;
+    }
+  }
+  return false;
+}
 
 // Compiles the codes from `format` on into at most `capacity` steps; a bad
 // code's step is the last. Returns the count and sets `rest` to what is
