@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "msg/copy_bytes.h"
 #include "msg/wire_format.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqstream.h"
@@ -47,7 +48,7 @@ class StreamWriter {
   // Appends `count` bytes (or only counts them while measuring).
   std::uint32_t Bytes(const void* bytes, std::uint64_t count) noexcept {
     if (const std::uint32_t rc = Reserve(count, bytes)) return rc;
-    if (!kMeasure && count != 0) std::memcpy(buffer_ + size_, bytes, count);
+    if (!kMeasure) CopyBytes(buffer_ + size_, bytes, count);
     size_ += static_cast<std::uint32_t>(count);
     return 0;
   }
@@ -66,7 +67,7 @@ class StreamWriter {
     if (const std::uint32_t rc = Reserve(4 + count, bytes)) return rc;
     if (!kMeasure) {
       std::memcpy(buffer_ + size_, &length, 4);
-      if (count != 0) std::memcpy(buffer_ + size_ + 4, bytes, count);
+      CopyBytes(buffer_ + size_ + 4, bytes, count);
     }
     size_ += static_cast<std::uint32_t>(4 + count);
     return 0;

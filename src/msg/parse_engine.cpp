@@ -3,6 +3,7 @@
 // remains before anything is copied or allocated.
 #include <cstring>
 
+#include "msg/copy_bytes.h"
 #include "msg/format_plan.h"
 #include "msg/stream_engine.h"
 #include "msg/wire_format.h"
@@ -69,7 +70,7 @@ inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* byte
   switch (kMode) {
     case ParseMode::kChoose:
       if (*slot != nullptr) {
-        std::memcpy(*slot, bytes, count);
+        CopyBytes(*slot, bytes, count);
         return 0;
       }
       if (allocator_ == nullptr) {
@@ -80,7 +81,7 @@ inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* byte
     case ParseMode::kAllocatedCopy: {
       void* copy = allocator_(count == 0 ? 1 : count);
       if (copy == nullptr) return ZQERR_COMMON_NO_MEMORY;
-      std::memcpy(copy, bytes, count);
+      CopyBytes(copy, bytes, count);
       *slot = copy;
       return 0;
     }
@@ -89,10 +90,10 @@ inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* byte
       return 0;
     case ParseMode::kCopyToPointed:
       if (*slot == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
-      std::memcpy(*slot, bytes, count);
+      CopyBytes(*slot, bytes, count);
       return 0;
     case ParseMode::kCopyInPlace:
-      std::memcpy(dest, bytes, count);
+      CopyBytes(dest, bytes, count);
       return 0;
   }
   return ZQERR_COMMON_WRONG_ARGUMENTS;
@@ -219,7 +220,7 @@ template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Decimal(std::uint32_t size, void* dest) noexcept {
   if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   if (Remaining() < size) return ZQERR_MSG_BAD_PARSE_BLOCK;
-  std::memcpy(dest, Here(), size);
+  CopyBytes(dest, Here(), size);
   Advance(size);
   return 0;
 }
