@@ -26,22 +26,23 @@ template <bool kMeasure>
 class StreamWriter {
  public:
   explicit StreamWriter(ZQCOMPOSECTX& ctx) noexcept
-      : ctx_(ctx), buffer_(ctx.buffer), size_(ctx.size), capacity_(ctx.capacity) {}
+      : ctx_(ctx), buffer_(ctx.buffer), size_(ctx.size), room_(RoomIn(ctx)) {}
 
   void Finish() noexcept { ctx_.size = size_; }
 
   // Makes room for `need` bytes at the write position. A stream's size is a
-  // u32, so a stream that would pass 4 GiB cannot be composed.
+  // u32, so a stream that would pass 4 GiB cannot be composed; a value that
+  // fits in the room left fits that limit too, as the capacity is a u32.
   std::uint32_t Reserve(std::uint64_t need, const void*& source) noexcept {
-    if (size_ + need > wire::kMaxStreamSize) return ZQERR_COMMON_NO_MEMORY;
-    if (kMeasure) return 0;
-    if (buffer_ != nullptr && capacity_ >= size_ && capacity_ - size_ >= need) [[likely]] {
+    if (!kMeasure && need <= room_) [[likely]] {
       return 0;
     }
+    if (size_ + need > wire::kMaxStreamSize) return ZQERR_COMMON_NO_MEMORY;
+    if (kMeasure) return 0;
     ctx_.size = size_;
     const std::uint32_t rc = Grow(ctx_, need, source);
     buffer_ = ctx_.buffer;
-    capacity_ = ctx_.capacity;
+    room_ = RoomIn(ctx_);
     return rc;
   }
 
@@ -49,7 +50,7 @@ class StreamWriter {
   std::uint32_t Bytes(const void* bytes, std::uint64_t count) noexcept {
     if (const std::uint32_t rc = Reserve(count, bytes)) return rc;
     if (!kMeasure) CopyBytes(buffer_ + size_, bytes, count);
-    size_ += static_cast<std::uint32_t>(count);
+    Advance(count);
     return 0;
   }
 
@@ -58,7 +59,7 @@ class StreamWriter {
   std::uint32_t Fixed(const void* bytes) noexcept {
     if (const std::uint32_t rc = Reserve(kCount, bytes)) return rc;
     if (!kMeasure) std::memcpy(buffer_ + size_, bytes, kCount);
-    size_ += kCount;
+    Advance(kCount);
     return 0;
   }
 
@@ -69,7 +70,7 @@ class StreamWriter {
       std::memcpy(buffer_ + size_, &length, 4);
       CopyBytes(buffer_ + size_ + 4, bytes, count);
     }
-    size_ += static_cast<std::uint32_t>(4 + count);
+    Advance(4 + count);
     return 0;
   }
 
@@ -92,10 +93,22 @@ class StreamWriter {
   }
 
  private:
+  // The bytes free behind the write position; none without a buffer or
+  // when a caller-owned context holds a size past its capacity.
+  static std::uint64_t RoomIn(const ZQCOMPOSECTX& ctx) noexcept {
+    if (ctx.buffer == nullptr || ctx.capacity < ctx.size) return 0;
+    return ctx.capacity - ctx.size;
+  }
+
+  void Advance(std::uint64_t count) noexcept {
+    size_ += static_cast<std::uint32_t>(count);
+    if (!kMeasure) room_ -= count;
+  }
+
   ZQCOMPOSECTX& ctx_;
   std::uint8_t* buffer_;
   std::uint32_t size_;
-  std::uint32_t capacity_;
+  std::uint64_t room_;
 };
 
 // Runs `write(writer)` with a writer of the context's kind.
