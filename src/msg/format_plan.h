@@ -1,6 +1,7 @@
-// Formats compiled once into steps: the compose and parse engines run the
-// steps of a format instead of reading its letters and width digits for
-// every value. Each thread keeps the steps of the formats it used last.
+// Type codes decoded into engine steps through the type table. The compose
+// engine decodes code by code as it goes; the parse engine, whose steps
+// weigh more, runs a format compiled once into steps, each thread keeping
+// the steps of the formats it used last.
 #pragma once
 
 #include <cstdint>
