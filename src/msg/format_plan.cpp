@@ -9,14 +9,16 @@ namespace {
 constexpr std::uint32_t kSlots = 8;
 constexpr std::uint32_t kLongestCached = 63;
 
+// Zero-initialised, so that the thread-local cache needs no constructor
+// (and no guard on every access).
 struct CacheEntry {
-  const char* key = nullptr;
-  char text[kLongestCached + 1] = {};
+  const char* key;
+  std::uint32_t count;
+  char text[kLongestCached + 1];
   FormatStep steps[kLongestCached];
-  FormatSteps view{steps, 0};
 };
 
-thread_local CacheEntry tCache[kSlots];
+thread_local constinit CacheEntry tCache[kSlots] = {};
 
 }  // namespace
 
@@ -37,18 +39,20 @@ std::uint32_t CompileFormat(const char* format, FormatStep* steps, std::uint32_t
   return count;
 }
 
-const FormatSteps* CachedFormat(const char* format) noexcept {
+FormatSteps CachedFormat(const char* format) noexcept {
   const auto address = reinterpret_cast<std::uintptr_t>(format);
   CacheEntry& entry = tCache[(address >> 3 ^ address >> 11) % kSlots];
-  if (entry.key == format && std::strcmp(entry.text, format) == 0) return &entry.view;
+  if (entry.key == format && std::strcmp(entry.text, format) == 0) {
+    return {entry.steps, entry.count};
+  }
   const std::size_t length = std::strlen(format);
-  if (length > kLongestCached) return nullptr;
+  if (length > kLongestCached) return {nullptr, 0};
   // One step per character at most, so the whole format compiles at once.
   const char* rest = nullptr;
-  entry.view.count = CompileFormat(format, entry.steps, kLongestCached, rest);
+  entry.count = CompileFormat(format, entry.steps, kLongestCached, rest);
   std::memcpy(entry.text, format, length + 1);
   entry.key = format;
-  return &entry.view;
+  return {entry.steps, entry.count};
 }
 
 }  // namespace zq::msg

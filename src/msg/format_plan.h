@@ -123,16 +123,18 @@ inline bool DecodeCode(const char*& p, FormatStep& step) noexcept {
 std::uint32_t CompileFormat(const char* format, FormatStep* steps, std::uint32_t capacity,
                             const char*& rest) noexcept;
 
-// The cached steps of `format`, compiling and caching them on a miss; null
-// for a format too long to cache. A cached entry is used only while the
-// text at `format` is still the text it was compiled from.
-const FormatSteps* CachedFormat(const char* format) noexcept;
+// The cached steps of `format`, compiling and caching them on a miss; no
+// steps (null) for a format too long to cache. A cached entry is used only
+// while the text at `format` is still the text it was compiled from.
+FormatSteps CachedFormat(const char* format) noexcept;
 
 // Calls `run(steps, count)` over the steps of `format` in order until one
 // call returns non-zero, and returns that result (0 when all ran).
 template <class Run>
 inline std::uint32_t RunFormat(const char* format, Run&& run) noexcept {
-  if (const FormatSteps* cached = CachedFormat(format)) return run(cached->steps, cached->count);
+  if (const FormatSteps cached = CachedFormat(format); cached.steps != nullptr) {
+    return run(cached.steps, cached.count);
+  }
   constexpr std::uint32_t kBatch = 32;
   FormatStep batch[kBatch];
   const char* rest = format;
