@@ -36,13 +36,15 @@ tsan: deps
 	$(call build,tsan)
 	ctest --preset tsan
 
-# Each bench program runs BENCH_REPETITIONS times over and writes its
-# results as JSON to build/bench/results/<name>.json; bench/summarize.py
+# Each bench program runs every benchmark BENCH_REPETITIONS times, the
+# repetitions of its benchmarks interleaved in random order so that a busy
+# spell of the machine falls on figures and references alike, and writes
+# its results as JSON to build/bench/results/<name>.json; bench/summarize.py
 # then reads the medians and prints one table of the figures that
 # bench/targets.txt names (each beside its reference from the same run),
 # also written to build/bench/summary.json.
-BENCH_REPETITIONS ?= 5
-BENCH_MIN_TIME ?= 0.2
+BENCH_REPETITIONS ?= 7
+BENCH_MIN_TIME ?= 0.15
 
 bench: deps
 	$(call build,bench)
@@ -54,7 +56,8 @@ bench: deps
 	  name=$$(basename "$$binary" _bench); name=$${name#zqsys_}; \
 	  echo "== $$binary"; \
 	  "$$binary" --benchmark_min_time=$(BENCH_MIN_TIME) \
-	    --benchmark_repetitions=$(BENCH_REPETITIONS) --benchmark_report_aggregates_only=true \
+	    --benchmark_repetitions=$(BENCH_REPETITIONS) --benchmark_enable_random_interleaving=true \
+	    --benchmark_report_aggregates_only=true \
 	    --benchmark_out="build/bench/results/$$name.json" --benchmark_out_format=json || exit 1; \
 	done; \
 	((found)) || { echo "bench: no benchmark programs in build/bench/bench"; exit 1; }; \
