@@ -156,9 +156,8 @@ TEST(Compose, GrowthRule) {
   EXPECT_EQ(ctx.buffer, nullptr);
 }
 
-// Formats are compiled once and kept per thread: a format buffer rewritten
-// in place must be read afresh, and a format too long to keep runs in
-// batches, a bad code in a later batch still stopping the run there.
+// A format buffer rewritten in place is read afresh, and a long format
+// stops at a bad code far into it, keeping what it wrote before.
 TEST(Compose, FormatsRewrittenInPlaceAndLongFormats) {
   ZQCOMPOSECTX ctx{};
   char format[8] = "u4";
