@@ -44,16 +44,32 @@ tidy: deps
 	  || { sed 's/\x1b\[[0-9;]*m//g' build/default/tidy.log | grep -E 'warning:|error:' | sort -u; exit 1; }
 	@echo "tidy: clean"
 
+# Each bench program runs every benchmark BENCH_REPETITIONS times, the
+# repetitions of its benchmarks interleaved in random order so that a busy
+# spell of the machine falls on figures and references alike, and writes
+# its results as JSON to build/bench/results/<name>.json; bench/summarize.py
+# then reads the medians and prints one table of the figures that
+# bench/targets.txt names (each beside its reference from the same run),
+# also written to build/bench/summary.json.
+BENCH_REPETITIONS ?= 7
+BENCH_MIN_TIME ?= 0.15
+
 bench: deps
 	$(call build,bench)
-	@found=0; \
+	@mkdir -p build/bench/results; \
+	found=0; \
 	for binary in build/bench/bench/zqsys_*_bench; do \
 	  [[ -x "$$binary" ]] || continue; \
 	  found=1; \
+	  name=$$(basename "$$binary" _bench); name=$${name#zqsys_}; \
 	  echo "== $$binary"; \
-	  "$$binary" --benchmark_min_time=0.2 || exit 1; \
+	  "$$binary" --benchmark_min_time=$(BENCH_MIN_TIME) \
+	    --benchmark_repetitions=$(BENCH_REPETITIONS) --benchmark_enable_random_interleaving=true \
+	    --benchmark_report_aggregates_only=true \
+	    --benchmark_out="build/bench/results/$$name.json" --benchmark_out_format=json || exit 1; \
 	done; \
-	((found)) || echo "bench: no benchmark programs in build/bench/bench"
+	((found)) || { echo "bench: no benchmark programs in build/bench/bench"; exit 1; }; \
+	python3 bench/summarize.py bench/targets.txt build/bench/results build/bench/summary.json
 
 # Each fuzz target runs for FUZZ_SECONDS over a scratch copy of its committed
 # corpus, so new inputs it finds never land in the source tree. Crash inputs

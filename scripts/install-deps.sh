@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build pkg-config binutils
-  g++ clang libclang-rt-14-dev clang-format clang-tidy
+  g++ clang libclang-rt-14-dev clang-format clang-tidy python3
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libmsgpack-dev libmsgpack-cxx-dev libfmt-dev libspdlog-dev libsqlite3-dev
   # The SQL text tests run a throwaway server; about 13 s to install.

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "common/printf_engine.h"
+#include "common/type_table.h"
 #include "os/memory.h"
 #include "time/decimal.h"
 #include "zqsys/zqerr.h"
@@ -14,6 +15,7 @@ namespace {
 using zq::common::FormatToBuffer;
 using zq::common::FormatToBufferF;
 using zq::common::FormatToHeap;
+using zq::common::ValueText;
 
 // A value's text in a caller's buffer, as ZqTypeToStr describes it.
 class TypeText {
@@ -21,6 +23,7 @@ class TypeText {
   TypeText(const char* type, std::int32_t width, std::uint8_t scale, const void* value,
            std::uint32_t value_size, std::uint8_t flags) noexcept
       : letter_(type[0]),
+        form_(FormOf(type[0])),
         width_(width),
         scale_(scale),
         bytes_(static_cast<const unsigned char*>(value)),
@@ -29,16 +32,15 @@ class TypeText {
 
   // The size the text needs, or a result code.
   std::uint32_t Measure(std::uint64_t& required) noexcept {
-    switch (letter_) {
-      case 'a':
+    switch (form_) {
+      case ValueText::kCharacter:
         if (value_size_ != 1) return ZQERR_COMMON_WRONG_ARGUMENTS;
-        required = 2;
+        required = TextSize();
         return 0;
-      case 'c':
+      case ValueText::kText:
         required = strnlen(reinterpret_cast<const char*>(bytes_), value_size_) + 1;
         return 0;
-      case 'd':
-      case 's':
+      case ValueText::kDecimal:
         if (width_ < 0 || !zq::time::IsDecimalType(static_cast<std::uint32_t>(width_), scale_)) {
           return ZQERR_DB_INVALID_TYPE;
         }
@@ -47,21 +49,21 @@ class TypeText {
         }
         required = static_cast<std::uint64_t>(width_) + 3;
         return 0;
-      case 'f':
-        required = 23;
+      case ValueText::kDouble:
+        required = TextSize();
         return value_size_ == 8 ? 0 : ZQERR_COMMON_WRONG_ARGUMENTS;
-      case 'i':
-      case 'u':
+      case ValueText::kSigned:
+      case ValueText::kUnsigned:
         return MeasureInteger(required);
-      case 't':
+      case ValueText::kTime:
         if (value_size_ != sizeof(ZQTIME)) return ZQERR_COMMON_WRONG_ARGUMENTS;
-        required = 24;
+        required = TextSize();
         return 0;
-      case 'b':
+      case ValueText::kDump:
         dump_count_ = value_size_;
         dump_ = bytes_;
         return MeasureDump(required);
-      case 'z': {
+      case ValueText::kCountedDump: {
         std::uint32_t count = 0;
         if (value_size_ < sizeof(count)) return ZQERR_COMMON_WRONG_ARGUMENTS;
         std::memcpy(&count, bytes_, sizeof(count));
@@ -70,41 +72,44 @@ class TypeText {
         dump_ = bytes_ + sizeof(count);
         return MeasureDump(required);
       }
-      default:
-        return ZQERR_DB_INVALID_TYPE;
+      case ValueText::kNone:
+        break;
     }
+    return ZQERR_DB_INVALID_TYPE;
   }
+
+  // A double's measured size is reported even when its value size is wrong.
+  bool ReportsSizeOnFailure() const noexcept { return form_ == ValueText::kDouble; }
 
   // Writes the text into a buffer of at least the measured size; returns
   // its length.
   std::uint32_t Write(char* out, std::uint32_t size) noexcept {
-    switch (letter_) {
-      case 'a':
+    switch (form_) {
+      case ValueText::kCharacter:
         out[0] = static_cast<char>(bytes_[0]);
         out[1] = '\0';
         return 1;
-      case 'c': {
+      case ValueText::kText: {
         const std::size_t length = strnlen(reinterpret_cast<const char*>(bytes_), value_size_);
         std::memcpy(out, bytes_, length);
         out[length] = '\0';
         return static_cast<std::uint32_t>(length);
       }
-      case 'd':
-      case 's': {
+      case ValueText::kDecimal: {
         std::uint32_t needed = size;
         zq::time::FormatDecimal(bytes_, -1, zq::time::kDecimalSignNegativeOnly, out, &needed);
         return needed - 1;
       }
-      case 'f': {
+      case ValueText::kDouble: {
         double value;
         std::memcpy(&value, bytes_, sizeof(value));
         return FormatToBufferF(out, size, "%.12e", value);
       }
-      case 'i':
+      case ValueText::kSigned:
         return FormatToBufferF(out, size, "%I64d", static_cast<long long>(ReadSigned()));
-      case 'u':
+      case ValueText::kUnsigned:
         return FormatToBufferF(out, size, "%I64u", static_cast<unsigned long long>(ReadUnsigned()));
-      case 't': {
+      case ValueText::kTime: {
         ZQTIME time;
         std::memcpy(&time, bytes_, sizeof(time));
         return FormatToBufferF(out, size, "%.7t", &time);
@@ -136,7 +141,7 @@ class TypeText {
       default:
         return ZQERR_DB_INVALID_TYPE;
     }
-    required = letter_ == 'i' ? kSigned[index] : kUnsigned[index];
+    required = form_ == ValueText::kSigned ? kSigned[index] : kUnsigned[index];
     return 0;
   }
 
@@ -193,7 +198,15 @@ class TypeText {
     return value;
   }
 
+  // The letter's row, or none for a letter without a text form.
+  static ValueText FormOf(char letter) noexcept {
+    const zq::common::TypeInfo* type = zq::common::FindType(letter);
+    return type != nullptr ? type->valueText : ValueText::kNone;
+  }
+  std::uint32_t TextSize() const noexcept { return zq::common::FindType(letter_)->textSize; }
+
   char letter_;
+  ValueText form_;
   std::int32_t width_;
   std::uint8_t scale_;
   const unsigned char* bytes_;
@@ -263,7 +276,7 @@ ZQ_API uint32_t ZqTypeToStr(char* out, uint32_t* size, const char* type, int32_t
   TypeText text(type, width, scale, value, valueSize, flags);
   std::uint64_t required = 0;
   const uint32_t rc = text.Measure(required);
-  if (type[0] == 'f' && rc != 0) *size = static_cast<uint32_t>(required);
+  if (rc != 0 && text.ReportsSizeOnFailure()) *size = static_cast<uint32_t>(required);
   if (rc != 0) return rc;
   if (out == nullptr || *size < required) {
     *size = static_cast<uint32_t>(required);

@@ -1,5 +1,6 @@
 #include "common/type_codes.h"
 
+#include "common/type_table.h"
 #include "time/decimal.h"
 #include "zqsys/zqerr.h"
 
@@ -10,51 +11,40 @@ bool IsDigit(char c) noexcept {
   return c >= '0' && c <= '9';
 }
 
-constexpr std::uint32_t kInvalidType = ZQERR_DB_INVALID_TYPE;
-
-// Integer widths map to alignments through one table (8-byte values align
-// to 4); any other width is not an integer type.
-bool IntegerAlignment(std::uint32_t width, std::uint32_t& alignment) noexcept {
-  switch (width) {
-    case 1:
-      alignment = 1;
-      return true;
-    case 2:
-      alignment = 2;
-      return true;
-    case 4:
-      alignment = 4;
-      return true;
-    case 8:
-      alignment = 4;
-      return true;
-    default:
-      return false;
-  }
-}
-
 }  // namespace
 
 bool ScanType(const char* format, TypeCode& out) noexcept {
   TypeCode code;
   code.letter = format[0];
+  if (format[0] == '\0') {
+    out = code;
+    return true;
+  }
+  const TypeInfo* type = FindType(format[0]);
+  if (type == nullptr) return false;
   std::uint32_t digits = 0;
-  switch (format[0]) {
-    case '\0':
-      break;
-    case 'a':
+  switch (type->width) {
+    case WidthSyntax::kNone:
+      // A fixed-size letter reports its size as its width.
       code.length = 1;
-      code.width = 1;
+      code.width = type->baseSize;
       break;
-    case 'b':
-    case 'c':
-    case 'w':
-    case 'z':
+    case WidthSyntax::kIgnored:
+      ReadWidth(format + 1, digits);
+      code.length = 1 + digits;
+      break;
+    case WidthSyntax::kOptional:
       code.width = ReadWidth(format + 1, digits);
       code.length = 1 + digits;
       break;
-    case 'd':
-    case 's': {
+    case WidthSyntax::kIntegerDigit: {
+      const char w = format[1];
+      if (!IsDigit(w) || !IsIntegerWidth(static_cast<std::uint32_t>(w - '0'))) return false;
+      code.width = static_cast<std::uint32_t>(w - '0');
+      code.length = 2;
+      break;
+    }
+    case WidthSyntax::kPrecision:
       code.width = ReadWidth(format + 1, digits);
       if (digits == 0 || code.width == 0) return false;
       code.length = 1 + digits;
@@ -63,76 +53,27 @@ bool ScanType(const char* format, TypeCode& out) noexcept {
         code.length += 1 + digits;
       }
       break;
-    }
-    case 'f':
-      code.length = 1;
-      code.width = 8;
-      break;
-    case 'i':
-    case 'u': {
-      std::uint32_t alignment = 0;
-      const char w = format[1];
-      if (!IsDigit(w) || !IntegerAlignment(static_cast<std::uint32_t>(w - '0'), alignment)) {
-        return false;
-      }
-      code.width = static_cast<std::uint32_t>(w - '0');
-      code.length = 2;
-      break;
-    }
-    case 't':
-      ReadWidth(format + 1, digits);
-      code.length = 1 + digits;
-      break;
-    default:
-      return false;
   }
   out = code;
   return true;
 }
 
+std::uint64_t TypeSize(const TypeInfo& type, std::uint32_t width, std::uint32_t scale) noexcept {
+  // Widths come from callers unchecked: sizes are computed in 64 bits.
+  if (type.size == SizeRule::kDecimal) return time::DecimalSize(width, scale);
+  return type.baseSize + std::uint64_t{type.perWidth} * width;
+}
+
 std::uint32_t MeasureType(char letter, std::uint32_t width, std::uint32_t scale,
                           TypeLayout& layout) noexcept {
-  // Widths come from callers unchecked: sizes are computed in 64 bits.
-  std::uint64_t size = 0;
-  std::uint32_t alignment = 1;
-  switch (letter) {
-    case 'a':
-      size = 1;
-      break;
-    case 'b':
-      size = width;
-      break;
-    case 'c':
-      size = std::uint64_t{width} + 1;
-      break;
-    case 'd':
-    case 's':
-      size = zq::time::DecimalSize(width, scale);
-      break;
-    case 'f':
-      size = 8;
-      alignment = 4;
-      break;
-    case 'i':
-    case 'u':
-      layout.size = width;
-      if (!IntegerAlignment(width, alignment)) return kInvalidType;
-      size = width;
-      break;
-    case 't':
-      size = 10;
-      alignment = 2;
-      break;
-    case 'w':
-      size = 2 * std::uint64_t{width} + 2;
-      alignment = 2;
-      break;
-    case 'z':
-      size = std::uint64_t{width} + 4;
-      alignment = 4;
-      break;
-    default:
-      return kInvalidType;
+  const TypeInfo* type = FindType(letter);
+  if (type == nullptr) return ZQERR_DB_INVALID_TYPE;
+  const std::uint64_t size = TypeSize(*type, width, scale);
+  std::uint32_t alignment = type->alignment;
+  if (alignment == 0) {
+    layout.size = size;
+    if (!IsIntegerWidth(width)) return ZQERR_DB_INVALID_TYPE;
+    alignment = width < 4 ? width : 4;
   }
   layout.size = size;
   layout.alignment = alignment;

@@ -30,6 +30,12 @@ struct TypeCode {
 // Scans one type code; false for a bad code. See ZqSysGetNextType.
 bool ScanType(const char* format, TypeCode& out) noexcept;
 
+struct TypeInfo;
+
+// The size of a value of the type, in 64 bits (no width can wrap it); the
+// width and scale are not checked.
+std::uint64_t TypeSize(const TypeInfo& type, std::uint32_t width, std::uint32_t scale) noexcept;
+
 struct TypeLayout {
   std::uint64_t size = 0;  // may pass 4 GiB for huge widths
   std::uint32_t alignment = 0;

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "msg/stream_engine.h"
-#include "os/edge.h"
+#include "zqsys/zqerr.h"
 
 namespace zq::msg {
 
@@ -19,7 +19,7 @@ std::uint32_t CBinaryComposer::Compose(const char* format, va_list args) noexcep
 // unless the new values reach past it, also when a value fails.
 std::uint32_t CBinaryComposer::ComposeAtIndex(std::uint32_t index, const char* format,
                                               va_list args) noexcept {
-  if (index >= ctx_.size) return kWrongArguments;
+  if (index >= ctx_.size) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const std::uint32_t end = ctx_.size;
   ctx_.size = index;
   const std::uint32_t rc = ComposeV(ctx_, format, args);
@@ -38,7 +38,7 @@ std::uint32_t CBinaryComposer::GetSize(std::uint32_t* size) noexcept {
 }
 
 std::uint32_t CBinaryParser::Init(const void* buffer, std::uint32_t size) noexcept {
-  if (buffer == nullptr && size != 0) return kWrongArguments;
+  if (buffer == nullptr && size != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
   ctx_.buffer = static_cast<const std::uint8_t*>(buffer);
   ctx_.size = size;
   ctx_.position = 0;

@@ -6,12 +6,10 @@
 #include "common/error_site.h"
 #include "msg/message.h"
 #include "msg/stream_engine.h"
-#include "os/edge.h"
 #include "os/memory.h"
+#include "zqsys/zqerr.h"
 #include "zqsys/zqmsg.h"
 
-using zq::kNoMemory;
-using zq::kWrongArguments;
 using zq::msg::CMessage;
 using zq::msg::ParseMode;
 
@@ -19,7 +17,7 @@ namespace {
 
 uint32_t ParseContext(ZQPARSECTX* context, ParseMode mode, ZqAllocFunc allocator,
                       const char* format, va_list args) {
-  if (context == nullptr || format == nullptr) return kWrongArguments;
+  if (context == nullptr || format == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(
       zq::msg::ParseV(*context, static_cast<uint32_t>(mode), allocator, format, args));
 }
@@ -27,7 +25,7 @@ uint32_t ParseContext(ZQPARSECTX* context, ParseMode mode, ZqAllocFunc allocator
 // The body is parsed where it lies; pointers delivered stay valid while the
 // body is unchanged.
 uint32_t ParseBody(HZQMSG message, ParseMode mode, const char* format, va_list args) {
-  if (message == nullptr) return kWrongArguments;
+  if (message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const CMessage* m = CMessage::From(message);
   ZQPARSECTX body{m->Body(), m->BodySize(), 0};
   return ParseContext(&body, mode, nullptr, format, args);
@@ -38,30 +36,30 @@ uint32_t ParseBody(HZQMSG message, ParseMode mode, const char* format, va_list a
 extern "C" {
 
 ZQ_API uint32_t ZqMsgInitCompose(ZQCOMPOSECTX* context) {
-  if (context == nullptr) return kWrongArguments;
+  if (context == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *context = ZQCOMPOSECTX{};
   return 0;
 }
 
 ZQ_API uint32_t ZqMsgInitComposeForAppend(ZQCOMPOSECTX* context, const void* bytes, uint32_t size) {
-  if (context == nullptr) return kWrongArguments;
+  if (context == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *context = ZQCOMPOSECTX{};
   if (bytes == nullptr || size == 0) return 0;
   auto* buffer = static_cast<uint8_t*>(zq::os::Allocate(size));
-  if (buffer == nullptr) return kNoMemory;
+  if (buffer == nullptr) return ZQERR_COMMON_NO_MEMORY;
   std::memcpy(buffer, bytes, size);
   *context = ZQCOMPOSECTX{buffer, size, size, 0};
   return 0;
 }
 
 ZQ_API uint32_t ZqMsgFreeCompose(ZQCOMPOSECTX* context) {
-  if (context == nullptr) return kWrongArguments;
+  if (context == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   zq::msg::FreeComposeBuffer(*context);
   return 0;
 }
 
 ZQ_API uint32_t ZqMsgVCompose(ZQCOMPOSECTX* context, const char* format, va_list args) {
-  if (context == nullptr || format == nullptr) return kWrongArguments;
+  if (context == nullptr || format == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(zq::msg::ComposeV(*context, format, args));
 }
 
@@ -74,8 +72,8 @@ ZQ_API uint32_t ZqMsgCompose(ZQCOMPOSECTX* context, const char* format, ...) {
 }
 
 ZQ_API uint32_t ZqMsgComposeFromParser(ZQCOMPOSECTX* composer, ZQPARSECTX* parser) {
-  if (composer == nullptr || parser == nullptr) return kWrongArguments;
-  if (parser->buffer == nullptr && parser->size != 0) return kWrongArguments;
+  if (composer == nullptr || parser == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (parser->buffer == nullptr && parser->size != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
   if (parser->position >= parser->size) return 0;
   const uint32_t rest = parser->size - parser->position;
   if (const uint32_t rc = zq::msg::ComposeRaw(*composer, parser->buffer + parser->position, rest)) {
@@ -86,7 +84,7 @@ ZQ_API uint32_t ZqMsgComposeFromParser(ZQCOMPOSECTX* composer, ZQPARSECTX* parse
 }
 
 ZQ_API uint32_t ZqMsgInitParse(ZQPARSECTX* context, const void* buffer, uint32_t size) {
-  if (context == nullptr || (buffer == nullptr && size != 0)) return kWrongArguments;
+  if (context == nullptr || (buffer == nullptr && size != 0)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *context = ZQPARSECTX{static_cast<const uint8_t*>(buffer), size, 0};
   return 0;
 }
@@ -96,19 +94,19 @@ ZQ_API uint32_t ZqMsgFreeParse(ZQPARSECTX*) {
 }
 
 ZQ_API uint32_t ZqMsgResetParse(ZQPARSECTX* context) {
-  if (context == nullptr) return kWrongArguments;
+  if (context == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   context->position = 0;
   return 0;
 }
 
 ZQ_API uint32_t ZqMsgParseGetCurrentIndex(ZQPARSECTX* context, uint32_t* index) {
-  if (context == nullptr || index == nullptr) return kWrongArguments;
+  if (context == nullptr || index == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *index = context->position;
   return 0;
 }
 
 ZQ_API uint32_t ZqMsgParseSetCurrentIndex(ZQPARSECTX* context, uint32_t index) {
-  if (context == nullptr) return kWrongArguments;
+  if (context == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   context->position = index;
   return 0;
 }
@@ -143,7 +141,7 @@ ZQ_API uint32_t ZqMsgParseAllocCopy(ZQPARSECTX* context, ZqAllocFunc allocator, 
 }
 
 ZQ_API uint32_t ZqMsgComposeBodyV(HZQMSG message, const char* format, va_list args) {
-  if (message == nullptr || format == nullptr) return kWrongArguments;
+  if (message == nullptr || format == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   ZQCOMPOSECTX body{};
   uint32_t rc = zq::msg::ComposeV(body, format, args);
   if (rc == 0) {

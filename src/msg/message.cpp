@@ -2,14 +2,12 @@
 
 #include <cstring>
 
-#include "os/edge.h"
 #include "os/memory.h"
 #include "zqsys/zqerr.h"
 
 namespace zq::msg {
 namespace {
 
-constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
 constexpr std::uint32_t kFirstUserFields = 16;
 constexpr std::uint32_t kMoreUserFields = 8;
 
@@ -114,7 +112,7 @@ std::uint32_t CMessage::SetTextOfLength(Text& field, const char* text,
   char* copy = nullptr;
   if (text != nullptr) {
     copy = CopyText(text, length);
-    if (copy == nullptr) return kNoMemory;
+    if (copy == nullptr) return ZQERR_COMMON_NO_MEMORY;
   }
   Drop(field.text);
   field.text = copy;
@@ -123,11 +121,11 @@ std::uint32_t CMessage::SetTextOfLength(Text& field, const char* text,
 }
 
 std::uint32_t CMessage::SetBody(const void* bytes, std::uint32_t size) noexcept {
-  if (bytes == nullptr && size != 0) return kWrongArguments;
+  if (bytes == nullptr && size != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
   std::uint8_t* copy = nullptr;
   if (bytes != nullptr) {
     copy = CopyBytes(bytes, size);
-    if (copy == nullptr) return kNoMemory;
+    if (copy == nullptr) return ZQERR_COMMON_NO_MEMORY;
   }
   Drop(body_);
   body_ = copy;
@@ -136,7 +134,7 @@ std::uint32_t CMessage::SetBody(const void* bytes, std::uint32_t size) noexcept 
 }
 
 std::uint32_t CMessage::SetField(const char* name, const void* value, std::uint32_t size) noexcept {
-  if (value == nullptr && size != 0) return kWrongArguments;
+  if (value == nullptr && size != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const SystemField* field = FindSystemField(name);
   if (field == nullptr) {
     const auto length = static_cast<std::uint32_t>(std::strlen(name));
@@ -148,15 +146,15 @@ std::uint32_t CMessage::SetField(const char* name, const void* value, std::uint3
     case Kind::kBody:
       return SetBody(value, size);
     case Kind::kU32:
-      if (size != 4) return kWrongArguments;
+      if (size != 4) return ZQERR_COMMON_WRONG_ARGUMENTS;
       std::memcpy(&(this->*field->u32), value, 4);
       return 0;
     case Kind::kU64:
-      if (size != 8) return kWrongArguments;
+      if (size != 8) return ZQERR_COMMON_WRONG_ARGUMENTS;
       std::memcpy(&(this->*field->u64), value, 8);
       return 0;
   }
-  return kInternalError;
+  return ZQERR_COMMON_INTERNAL_ERROR;
 }
 
 std::uint32_t CMessage::FindUserField(const char* name, std::uint32_t length) const noexcept {
@@ -174,7 +172,7 @@ std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name,
   std::uint8_t* copy = nullptr;
   if (value != nullptr) {
     copy = CopyBytes(value, size);
-    if (copy == nullptr) return kNoMemory;
+    if (copy == nullptr) return ZQERR_COMMON_NO_MEMORY;
   }
   if (index != kAppend) {
     Drop(users_[index].value);
@@ -195,7 +193,7 @@ std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name,
       }
       if (grown == nullptr) {
         Drop(copy);
-        return kNoMemory;
+        return ZQERR_COMMON_NO_MEMORY;
       }
       if (users_ == firstUsers_) std::memcpy(grown, firstUsers_, sizeof firstUsers_);
       users_ = static_cast<UserField*>(grown);
@@ -205,7 +203,7 @@ std::uint32_t CMessage::SetUserFieldAt(std::uint32_t index, const char* name,
   char* nameCopy = CopyText(name, nameLength);
   if (nameCopy == nullptr) {
     Drop(copy);
-    return kNoMemory;
+    return ZQERR_COMMON_NO_MEMORY;
   }
   users_[userCount_++] = UserField{nameCopy, copy, nameLength, copy != nullptr ? size : 0};
   return 0;
@@ -216,7 +214,7 @@ std::uint32_t CMessage::GetField(const char* name, const void** value,
   const SystemField* field = FindSystemField(name);
   if (field == nullptr) {
     const std::uint32_t index = FindUserField(name, static_cast<std::uint32_t>(std::strlen(name)));
-    if (index == kAppend) return kFieldNotFound;
+    if (index == kAppend) return ZQERR_MSG_FIELD_NOT_FOUND;
     *value = users_[index].value;
     *size = users_[index].size;
     return 0;
@@ -224,13 +222,13 @@ std::uint32_t CMessage::GetField(const char* name, const void** value,
   switch (field->kind) {
     case Kind::kText: {
       const Text& text = this->*field->text;
-      if (text.text == nullptr) return kFieldNotFound;
+      if (text.text == nullptr) return ZQERR_MSG_FIELD_NOT_FOUND;
       *value = text.text;
       *size = text.length + 1;
       return 0;
     }
     case Kind::kBody:
-      if (body_ == nullptr) return kFieldNotFound;
+      if (body_ == nullptr) return ZQERR_MSG_FIELD_NOT_FOUND;
       *value = body_;
       *size = bodySize_;
       return 0;
@@ -243,7 +241,7 @@ std::uint32_t CMessage::GetField(const char* name, const void** value,
       *size = 8;
       return 0;
   }
-  return kInternalError;
+  return ZQERR_COMMON_INTERNAL_ERROR;
 }
 
 }  // namespace zq::msg

@@ -4,13 +4,10 @@
 #include "common/error_site.h"
 #include "msg/message.h"
 #include "msg/stream_engine.h"
-#include "os/edge.h"
 #include "os/memory.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqmsg.h"
 
-using zq::kNoMemory;
-using zq::kWrongArguments;
 using zq::msg::CMessage;
 
 // The typed field functions: one per integer width and signedness.
@@ -43,7 +40,7 @@ uint32_t CopyOut(uint32_t rc, const void* value, uint32_t valueSize, void* buffe
 
 uint32_t CopyField(HZQMSG message, const char* name, void* buffer, uint32_t* size) {
   if (message == nullptr || !IsName(name) || buffer == nullptr || size == nullptr) {
-    return kWrongArguments;
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   const void* value = nullptr;
   uint32_t valueSize = 0;
@@ -54,7 +51,7 @@ uint32_t CopyField(HZQMSG message, const char* name, void* buffer, uint32_t* siz
 uint32_t CopyFieldFromBlock(const void* block, uint32_t blockSize, const char* name, void* buffer,
                             uint32_t* size) {
   if (block == nullptr || !IsName(name) || buffer == nullptr || size == nullptr) {
-    return kWrongArguments;
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   const void* value = nullptr;
   uint32_t valueSize = 0;
@@ -99,15 +96,15 @@ uint32_t ComposeBlockInto(const CMessage& message, void* buffer, uint32_t* size)
 extern "C" {
 
 ZQ_API uint32_t ZqMsgCreateMessage(HZQMSG* message) {
-  if (message == nullptr) return kWrongArguments;
+  if (message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   CMessage* created = zq::os::NewObject<CMessage>();
-  if (created == nullptr) return kNoMemory;
+  if (created == nullptr) return ZQERR_COMMON_NO_MEMORY;
   *message = created->Handle();
   return 0;
 }
 
 ZQ_API uint32_t ZqMsgDuplicateMessageHandle(HZQMSG message, HZQMSG* duplicate) {
-  if (message == nullptr || duplicate == nullptr) return kWrongArguments;
+  if (message == nullptr || duplicate == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   CMessage::From(message)->AddRef();
   *duplicate = message;
   return 0;
@@ -119,7 +116,7 @@ ZQ_API uint32_t ZqMsgFreeMessage(HZQMSG message) {
 }
 
 ZQ_API uint32_t ZqMsgSetField(HZQMSG message, const char* name, const void* value, uint32_t size) {
-  if (message == nullptr || !IsName(name)) return kWrongArguments;
+  if (message == nullptr || !IsName(name)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(CMessage::From(message)->SetField(name, value, size));
 }
 
@@ -138,7 +135,7 @@ ZQ_TYPED_FIELDS(ZQ_SET_TYPED)
 ZQ_API uint32_t ZqMsgGetBinaryField(HZQMSG message, const char* name, const void** value,
                                     uint32_t* size) {
   if (message == nullptr || !IsName(name) || value == nullptr || size == nullptr) {
-    return kWrongArguments;
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   return CMessage::From(message)->GetField(name, value, size);
 }
@@ -155,7 +152,7 @@ ZQ_TYPED_FIELDS(ZQ_COPY_TYPED)
 #undef ZQ_COPY_TYPED
 
 ZQ_API uint32_t ZqMsgSetBody(HZQMSG message, const void* bytes, uint32_t size) {
-  if (message == nullptr) return kWrongArguments;
+  if (message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(CMessage::From(message)->SetBody(bytes, size));
 }
 
@@ -165,22 +162,22 @@ ZQ_API uint32_t ZqMsgSetBodyStr(HZQMSG message, const char* text) {
 }
 
 ZQ_API uint32_t ZqMsgGetBody(HZQMSG message, const void** body, uint32_t* size) {
-  if (message == nullptr || body == nullptr || size == nullptr) return kWrongArguments;
+  if (message == nullptr || body == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *body = CMessage::From(message)->Body();
   *size = CMessage::From(message)->BodySize();
   return 0;
 }
 
 ZQ_API uint32_t ZqMsgGetBodySize(HZQMSG message, uint32_t* size) {
-  if (message == nullptr || size == nullptr) return kWrongArguments;
+  if (message == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *size = CMessage::From(message)->BodySize();
   return 0;
 }
 
 ZQ_API uint32_t ZqMsgCopyBody(HZQMSG message, void* buffer, uint32_t* size) {
-  if (message == nullptr || size == nullptr) return kWrongArguments;
+  if (message == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const CMessage* m = CMessage::From(message);
-  if (m->Body() == nullptr) return kWrongArguments;
+  if (m->Body() == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const uint32_t given = *size;
   *size = m->BodySize();
   if (buffer == nullptr) return ZQERR_COMMON_REAL_SIZE_RETURNED;
@@ -190,7 +187,7 @@ ZQ_API uint32_t ZqMsgCopyBody(HZQMSG message, void* buffer, uint32_t* size) {
 }
 
 ZQ_API uint32_t ZqMsgGetMessageBlockSize(HZQMSG message, uint32_t* size) {
-  if (message == nullptr || size == nullptr) return kWrongArguments;
+  if (message == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   ZQCOMPOSECTX measure{};
   measure.measureOnly = 1;
   if (const uint32_t rc = CMessage::From(message)->ComposeBlock(measure)) {
@@ -201,15 +198,16 @@ ZQ_API uint32_t ZqMsgGetMessageBlockSize(HZQMSG message, uint32_t* size) {
 }
 
 ZQ_API uint32_t ZqMsgSaveMessageToBlock(HZQMSG message, void* buffer, uint32_t* size) {
-  if (message == nullptr || buffer == nullptr || size == nullptr) return kWrongArguments;
+  if (message == nullptr || buffer == nullptr || size == nullptr)
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(ComposeBlockInto(*CMessage::From(message), buffer, size));
 }
 
 ZQ_API uint32_t ZqMsgCreateMessageFromBlock(const void* block, uint32_t size, HZQMSG* message,
                                             uint32_t* used) {
-  if (block == nullptr || message == nullptr) return kWrongArguments;
+  if (block == nullptr || message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   CMessage* created = CMessage::CreateWithArena(size);
-  if (created == nullptr) return kNoMemory;
+  if (created == nullptr) return ZQERR_COMMON_NO_MEMORY;
   uint32_t consumed = 0;
   const uint32_t rc = created->LoadBlock(static_cast<const uint8_t*>(block), size, consumed);
   if (rc != 0) {
@@ -224,7 +222,7 @@ ZQ_API uint32_t ZqMsgCreateMessageFromBlock(const void* block, uint32_t size, HZ
 ZQ_API uint32_t ZqMsgGetBinaryFieldFromBlock(const void* block, uint32_t blockSize,
                                              const char* name, const void** value, uint32_t* size) {
   if (block == nullptr || !IsName(name) || value == nullptr || size == nullptr) {
-    return kWrongArguments;
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   return zq::msg::ReadFieldFromBlock(static_cast<const uint8_t*>(block), blockSize, name, value,
                                      size);
@@ -244,7 +242,7 @@ ZQ_TYPED_FIELDS(ZQ_COPY_FROM_BLOCK)
 #undef ZQ_COPY_FROM_BLOCK
 
 ZQ_API uint32_t ZqMsgCopyMessage(HZQMSG* copy, HZQMSG message) {
-  if (copy == nullptr || message == nullptr) return kWrongArguments;
+  if (copy == nullptr || message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   ZQCOMPOSECTX ctx{};
   uint32_t rc = CMessage::From(message)->ComposeBlock(ctx);
   if (rc == 0) rc = ZqMsgCreateMessageFromBlock(ctx.buffer, ctx.size, copy, nullptr);

@@ -5,16 +5,13 @@
 
 #include "msg/message.h"
 #include "msg/stream_engine.h"
-#include "os/edge.h"
+#include "msg/wire_format.h"
 #include "os/memory.h"
 #include "zqsys/zqerr.h"
 
 namespace zq::msg {
 namespace {
 
-constexpr const char* kSignature = "ZORK";
-constexpr std::uint32_t kBlockVersion = 1;
-constexpr std::uint32_t kFieldNotFound = ZQERR_MSG_FIELD_NOT_FOUND;
 // User fields past this many are looked up through an index while loading.
 constexpr std::uint32_t kIndexedFrom = 32;
 
@@ -71,9 +68,8 @@ std::uint32_t ParsePair(ZQPARSECTX& ctx, PairView& pair) noexcept {
 // The header "cu4u4u8u8ccbc", a "cb" pair per user field, and a null pair,
 // written value by value with the lengths the message keeps.
 std::uint32_t CMessage::ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept {
-  static constexpr std::uint8_t kTerminator[8] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-  std::uint32_t rc = ComposeTextValue(ctx, kSignature, 4);
-  if (rc == 0) rc = ComposeRaw(ctx, &kBlockVersion, 4);
+  std::uint32_t rc = ComposeTextValue(ctx, wire::kBlockSignature, wire::kBlockSignatureLength);
+  if (rc == 0) rc = ComposeRaw(ctx, &wire::kBlockVersion, 4);
   if (rc == 0) rc = ComposeRaw(ctx, &type_, 4);
   if (rc == 0) rc = ComposeRaw(ctx, &sendId_, 8);
   if (rc == 0) rc = ComposeRaw(ctx, &replyId_, 8);
@@ -85,7 +81,7 @@ std::uint32_t CMessage::ComposeBlock(ZQCOMPOSECTX& ctx) const noexcept {
     rc = ComposeTextValue(ctx, users_[i].name, users_[i].nameLength);
     if (rc == 0) rc = ComposeBinaryValue(ctx, users_[i].value, users_[i].size);
   }
-  if (rc == 0) rc = ComposeRaw(ctx, kTerminator, 8);
+  if (rc == 0) rc = ComposeRaw(ctx, wire::kBlockTerminator, sizeof wire::kBlockTerminator);
   return rc;
 }
 
@@ -124,7 +120,7 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
       const std::uint32_t length = pair.nameLength;
       if (name == nullptr) break;  // the terminator
       if (name[0] == '\0') {
-        rc = kWrongArguments;  // as ZqMsgSetField refuses an empty name
+        rc = ZQERR_COMMON_WRONG_ARGUMENTS;  // as ZqMsgSetField refuses an empty name
       } else if (FindSystemField(name) != nullptr) {
         rc = SetField(name, pair.value, pair.size);
       } else if (userCount_ < kIndexedFrom) {
@@ -145,7 +141,7 @@ std::uint32_t CMessage::LoadBlock(const std::uint8_t* block, std::uint32_t size,
       }
     }
   } catch (const std::bad_alloc&) {
-    rc = kNoMemory;
+    rc = ZQERR_COMMON_NO_MEMORY;
   }
   return rc;
 }
@@ -154,7 +150,7 @@ namespace {
 
 std::uint32_t Deliver(const void* value, std::uint32_t size, const void** out,
                       std::uint32_t* outSize) noexcept {
-  if (value == nullptr) return kFieldNotFound;
+  if (value == nullptr) return ZQERR_MSG_FIELD_NOT_FOUND;
   *out = value;
   *outSize = size;
   return 0;
@@ -195,7 +191,7 @@ std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, 
       return 0;
     }
   }
-  return kFieldNotFound;
+  return ZQERR_MSG_FIELD_NOT_FOUND;
 }
 
 }  // namespace zq::msg

@@ -3,31 +3,19 @@
 // remains before anything is copied or allocated.
 #include <cstring>
 
-#include "common/type_codes.h"
+#include "msg/copy_bytes.h"
+#include "msg/format_plan.h"
 #include "msg/stream_engine.h"
-#include "os/edge.h"
-#include "time/decimal.h"
+#include "msg/wire_format.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqtime.h"
 
 namespace zq::msg {
 namespace {
 
-constexpr std::uint32_t kBadBlock = ZQERR_MSG_BAD_PARSE_BLOCK;
-constexpr std::uint32_t kNullMarker = 0xFFFFFFFFu;
+constexpr std::uint32_t kNullMarker = wire::kNullLength;
 // A w code without a width accepts up to this many characters.
 constexpr std::uint64_t kWideUnlimited = 0x7FFFFFF0u;
-
-bool IsDigit(char c) noexcept {
-  return c >= '0' && c <= '9';
-}
-
-std::uint32_t ReadFormatWidth(const char*& p) noexcept {
-  std::uint32_t digits = 0;
-  const std::uint32_t width = common::ReadWidth(p, digits);
-  p += digits;
-  return width;
-}
 
 // One parser per delivery mode, so that the loop over a format never asks
 // which mode it is in.
@@ -39,12 +27,13 @@ class Parser {
   Parser(const ZQPARSECTX& ctx, ZqAllocFunc allocator) noexcept
       : buffer_(ctx.buffer), size_(ctx.size), position_(ctx.position), allocator_(allocator) {}
 
-  std::uint32_t Run(const char* format, va_list args) noexcept;
+  std::uint32_t Run(const FormatStep* steps, std::uint32_t count, va_list args) noexcept;
   std::uint32_t Position() const noexcept { return static_cast<std::uint32_t>(position_); }
 
   // Single values for the readers that walk a stream value by value.
-  [[gnu::always_inline]] inline std::uint32_t Text(const char*& p, void* dest, bool wide) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Binary(const char*& p, void* dest,
+  [[gnu::always_inline]] inline std::uint32_t Text(std::uint64_t width, void* dest,
+                                                   bool wide) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Binary(std::uint32_t width, void* dest,
                                                      std::uint32_t* count) noexcept;
 
  private:
@@ -54,14 +43,14 @@ class Parser {
   const std::uint8_t* Here() const noexcept { return buffer_ + position_; }
   void Advance(std::uint64_t count) noexcept { position_ += count; }
 
-  [[gnu::always_inline]] inline std::uint32_t Fixed(void* dest, std::uint32_t size) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Integer(const char*& p, void* dest) noexcept;
+  template <std::uint32_t kSize>
+  [[gnu::always_inline]] inline std::uint32_t Fixed(void* dest) noexcept;
   [[gnu::always_inline]] inline std::uint32_t Time(void* dest) noexcept;
   // The u32 length in front of a text or byte string, not yet passed.
   [[gnu::always_inline]] inline std::uint32_t PeekLength(const void* dest,
                                                          std::uint32_t& length) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Counted(const char*& p, void* dest) noexcept;
-  [[gnu::always_inline]] inline std::uint32_t Decimal(const char*& p, void* dest) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Counted(std::uint32_t width, void* dest) noexcept;
+  [[gnu::always_inline]] inline std::uint32_t Decimal(std::uint32_t size, void* dest) noexcept;
 
   [[gnu::always_inline]] inline std::uint32_t Deliver(void* dest, const std::uint8_t* bytes,
                                                       std::uint32_t count) noexcept;
@@ -81,7 +70,7 @@ inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* byte
   switch (kMode) {
     case ParseMode::kChoose:
       if (*slot != nullptr) {
-        std::memcpy(*slot, bytes, count);
+        CopyBytes(*slot, bytes, count);
         return 0;
       }
       if (allocator_ == nullptr) {
@@ -91,8 +80,8 @@ inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* byte
       [[fallthrough]];
     case ParseMode::kAllocatedCopy: {
       void* copy = allocator_(count == 0 ? 1 : count);
-      if (copy == nullptr) return kNoMemory;
-      std::memcpy(copy, bytes, count);
+      if (copy == nullptr) return ZQERR_COMMON_NO_MEMORY;
+      CopyBytes(copy, bytes, count);
       *slot = copy;
       return 0;
     }
@@ -100,14 +89,14 @@ inline std::uint32_t Parser<kMode>::Deliver(void* dest, const std::uint8_t* byte
       *slot = const_cast<std::uint8_t*>(bytes);
       return 0;
     case ParseMode::kCopyToPointed:
-      if (*slot == nullptr) return kWrongArguments;
-      std::memcpy(*slot, bytes, count);
+      if (*slot == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+      CopyBytes(*slot, bytes, count);
       return 0;
     case ParseMode::kCopyInPlace:
-      std::memcpy(dest, bytes, count);
+      CopyBytes(dest, bytes, count);
       return 0;
   }
-  return kWrongArguments;
+  return ZQERR_COMMON_WRONG_ARGUMENTS;
 }
 
 // A null marker: pointer modes store a null pointer, copy modes store
@@ -124,64 +113,48 @@ inline std::uint32_t Parser<kMode>::DeliverNull(void* dest, std::uint32_t zeroBy
       *slot = nullptr;
       return 0;
     case ParseMode::kCopyToPointed:
-      if (*slot == nullptr) return kWrongArguments;
+      if (*slot == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
       std::memset(*slot, 0, zeroBytes);
       return 0;
     case ParseMode::kCopyInPlace:
       std::memset(dest, 0, zeroBytes);
       return 0;
   }
-  return kWrongArguments;
+  return ZQERR_COMMON_WRONG_ARGUMENTS;
 }
 
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::PeekLength(const void* dest, std::uint32_t& length) noexcept {
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < 4) return kBadBlock;
+  if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() < 4) return ZQERR_MSG_BAD_PARSE_BLOCK;
   std::memcpy(&length, Here(), 4);
   return 0;
 }
 
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Fixed(void* dest, std::uint32_t size) noexcept {
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < size) return kBadBlock;
-  std::memcpy(dest, Here(), size);
-  Advance(size);
+template <std::uint32_t kSize>
+inline std::uint32_t Parser<kMode>::Fixed(void* dest) noexcept {
+  if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() < kSize) return ZQERR_MSG_BAD_PARSE_BLOCK;
+  std::memcpy(dest, Here(), kSize);
+  Advance(kSize);
   return 0;
-}
-
-template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Integer(const char*& p, void* dest) noexcept {
-  switch (*p++) {
-    case '1':
-      return Fixed(dest, 1);
-    case '2':
-      return Fixed(dest, 2);
-    case '4':
-      return Fixed(dest, 4);
-    case '8':
-      return Fixed(dest, 8);
-    default:
-      return kWrongArguments;
-  }
 }
 
 template <ParseMode kMode>
 inline std::uint32_t Parser<kMode>::Time(void* dest) noexcept {
-  if (dest == nullptr) return kWrongArguments;
-  if (Remaining() < 9) return kBadBlock;
+  if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() < wire::kTimeBytes) return ZQERR_MSG_BAD_PARSE_BLOCK;
   auto* raw = static_cast<std::uint8_t*>(dest);
   std::memcpy(raw, Here(), 7);
   raw[7] = 0;
   std::memcpy(raw + 8, Here() + 7, 2);
-  Advance(9);
+  Advance(wire::kTimeBytes);
   return 0;
 }
 
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Text(const char*& p, void* dest, bool wide) noexcept {
-  const std::uint64_t width = ReadFormatWidth(p);
+inline std::uint32_t Parser<kMode>::Text(std::uint64_t width, void* dest, bool wide) noexcept {
   std::uint32_t length;
   if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
@@ -192,13 +165,13 @@ inline std::uint32_t Parser<kMode>::Text(const char*& p, void* dest, bool wide) 
   const std::uint8_t* bytes = Here() + 4;
   if (wide) {
     const std::uint64_t limit = 2 * (width == 0 ? kWideUnlimited : width) + 2;
-    if (length < 2 || length % 2 != 0 || length > limit) return kBadBlock;
-    if (Remaining() - 4 < length) return kBadBlock;
-    if (bytes[length - 1] != 0 || bytes[length - 2] != 0) return kBadBlock;
+    if (length < 2 || length % 2 != 0 || length > limit) return ZQERR_MSG_BAD_PARSE_BLOCK;
+    if (Remaining() - 4 < length) return ZQERR_MSG_BAD_PARSE_BLOCK;
+    if (bytes[length - 1] != 0 || bytes[length - 2] != 0) return ZQERR_MSG_BAD_PARSE_BLOCK;
   } else {
-    if (length == 0 || (width != 0 && length > width + 1)) return kBadBlock;
-    if (Remaining() - 4 < length) return kBadBlock;
-    if (bytes[length - 1] != 0) return kBadBlock;
+    if (length == 0 || (width != 0 && length > width + 1)) return ZQERR_MSG_BAD_PARSE_BLOCK;
+    if (Remaining() - 4 < length) return ZQERR_MSG_BAD_PARSE_BLOCK;
+    if (bytes[length - 1] != 0) return ZQERR_MSG_BAD_PARSE_BLOCK;
   }
   if (const std::uint32_t rc = Deliver(dest, bytes, length)) return rc;
   Advance(4 + std::uint64_t{length});
@@ -206,9 +179,8 @@ inline std::uint32_t Parser<kMode>::Text(const char*& p, void* dest, bool wide) 
 }
 
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest,
+inline std::uint32_t Parser<kMode>::Binary(std::uint32_t width, void* dest,
                                            std::uint32_t* count) noexcept {
-  const std::uint32_t width = ReadFormatWidth(p);
   std::uint32_t length;
   if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
@@ -217,8 +189,8 @@ inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest,
     Advance(4);
     return 0;
   }
-  if (width != 0 && width < length) return kWrongArguments;
-  if (Remaining() - 4 < length) return kBadBlock;
+  if (width != 0 && width < length) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() - 4 < length) return ZQERR_MSG_BAD_PARSE_BLOCK;
   if (const std::uint32_t rc = Deliver(dest, Here() + 4, length)) return rc;
   if (count != nullptr) *count = length;
   Advance(4 + std::uint64_t{length});
@@ -227,8 +199,7 @@ inline std::uint32_t Parser<kMode>::Binary(const char*& p, void* dest,
 
 // A counted block is handed over whole: its u32 length, then its bytes.
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Counted(const char*& p, void* dest) noexcept {
-  const std::uint32_t width = ReadFormatWidth(p);
+inline std::uint32_t Parser<kMode>::Counted(std::uint32_t width, void* dest) noexcept {
   std::uint32_t length;
   if (const std::uint32_t rc = PeekLength(dest, length)) return rc;
   if (length == kNullMarker) {
@@ -236,8 +207,8 @@ inline std::uint32_t Parser<kMode>::Counted(const char*& p, void* dest) noexcept
     Advance(4);
     return 0;
   }
-  if (width != 0 && length > width) return kWrongArguments;
-  if (Remaining() - 4 < length) return kBadBlock;
+  if (width != 0 && length > width) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() - 4 < length) return ZQERR_MSG_BAD_PARSE_BLOCK;
   if (const std::uint32_t rc = Deliver(dest, Here(), 4 + length)) return rc;
   Advance(4 + std::uint64_t{length});
   return 0;
@@ -246,75 +217,76 @@ inline std::uint32_t Parser<kMode>::Counted(const char*& p, void* dest) noexcept
 // Decimals are fixed-size values and are copied in every mode, as they lie:
 // whoever uses the value checks its type.
 template <ParseMode kMode>
-inline std::uint32_t Parser<kMode>::Decimal(const char*& p, void* dest) noexcept {
-  common::TypeCode code;
-  if (!common::ScanType(p - 1, code)) return kWrongArguments;
-  p += code.length - 1;
-  if (!time::IsDecimalType(code.width, code.scale)) return kWrongArguments;
-  if (dest == nullptr) return kWrongArguments;
-  const std::uint32_t size = time::DecimalSize(code.width, code.scale);
-  if (Remaining() < size) return kBadBlock;
-  std::memcpy(dest, Here(), size);
+inline std::uint32_t Parser<kMode>::Decimal(std::uint32_t size, void* dest) noexcept {
+  if (dest == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (Remaining() < size) return ZQERR_MSG_BAD_PARSE_BLOCK;
+  CopyBytes(dest, Here(), size);
   Advance(size);
   return 0;
 }
 
+#define ZQ_NEXT_STEP()                                 \
+  do {                                                 \
+    if (rc != 0 || ++step == end) return rc;           \
+    goto* kSteps[static_cast<std::uint8_t>(step->op)]; \
+  } while (0)
+
 template <ParseMode kMode>
-std::uint32_t Parser<kMode>::Run(const char* format, va_list args) noexcept {
+std::uint32_t Parser<kMode>::Run(const FormatStep* steps, std::uint32_t count,
+                                 va_list args) noexcept {
+  static const void* const kSteps[] = {&&bad,    &&int1,    &&int1,   &&int2, &&int4,
+                                       &&int8,   &&int8,    &&time,   &&text, &&wide,
+                                       &&binary, &&counted, &&decimal};
   std::uint32_t rc = 0;
-  const char* p = format;
-  while (rc == 0 && *p != '\0') {
-    switch (*p++) {
-      case 'a':
-        while (IsDigit(*p))
-          ++p;
-        rc = Fixed(va_arg(args, void*), 1);
-        break;
-      case 'i':
-      case 'u':
-        rc = Integer(p, va_arg(args, void*));
-        break;
-      case 'f':
-        while (IsDigit(*p))
-          ++p;
-        rc = Fixed(va_arg(args, void*), 8);
-        break;
-      case 't':
-        while (IsDigit(*p))
-          ++p;
-        rc = Time(va_arg(args, void*));
-        break;
-      case 'c':
-        rc = Text(p, va_arg(args, void*), false);
-        break;
-      case 'w':
-        rc = Text(p, va_arg(args, void*), true);
-        break;
-      case 'b': {
-        void* dest = va_arg(args, void*);
-        rc = Binary(p, dest, va_arg(args, std::uint32_t*));
-        break;
-      }
-      case 'z':
-        rc = Counted(p, va_arg(args, void*));
-        break;
-      case 'd':
-      case 's':
-        rc = Decimal(p, va_arg(args, void*));
-        break;
-      default:
-        rc = kWrongArguments;
-        break;
-    }
-  }
-  return rc;
+  const FormatStep* step = steps;
+  const FormatStep* const end = steps + count;
+  if (step == end) return 0;
+  goto* kSteps[static_cast<std::uint8_t>(step->op)];
+int1:
+  rc = Fixed<1>(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+int2:
+  rc = Fixed<2>(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+int4:
+  rc = Fixed<4>(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+int8:
+  rc = Fixed<8>(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+time:
+  rc = Time(va_arg(args, void*));
+  ZQ_NEXT_STEP();
+text:
+  rc = Text(step->width, va_arg(args, void*), false);
+  ZQ_NEXT_STEP();
+wide:
+  rc = Text(step->width, va_arg(args, void*), true);
+  ZQ_NEXT_STEP();
+binary : {
+  void* dest = va_arg(args, void*);
+  rc = Binary(step->width, dest, va_arg(args, std::uint32_t*));
+  ZQ_NEXT_STEP();
 }
+counted:
+  rc = Counted(step->width, va_arg(args, void*));
+  ZQ_NEXT_STEP();
+decimal:
+  rc = Decimal(step->size, va_arg(args, void*));
+  ZQ_NEXT_STEP();
+bad:
+  return ZQERR_COMMON_WRONG_ARGUMENTS;
+}
+
+#undef ZQ_NEXT_STEP
 
 template <ParseMode kMode>
 [[gnu::flatten]] std::uint32_t RunParser(ZQPARSECTX& ctx, ZqAllocFunc allocator, const char* format,
                                          va_list args) noexcept {
   Parser<kMode> parser(ctx, allocator);
-  const std::uint32_t rc = parser.Run(format, args);
+  const std::uint32_t rc = RunFormat(format, [&](const FormatStep* steps, std::uint32_t count) {
+    return parser.Run(steps, count, args);
+  });
   ctx.position = parser.Position();
   return rc;
 }
@@ -323,11 +295,12 @@ template <ParseMode kMode>
 
 std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator, const char* format,
                      va_list args) noexcept {
-  if (mode > static_cast<std::uint32_t>(ParseMode::kCopyInPlace)) return kWrongArguments;
+  if (mode > static_cast<std::uint32_t>(ParseMode::kCopyInPlace))
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   if (static_cast<ParseMode>(mode) == ParseMode::kAllocatedCopy && allocator == nullptr) {
-    return kWrongArguments;
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
-  if (ctx.buffer == nullptr && ctx.size != 0) return kWrongArguments;
+  if (ctx.buffer == nullptr && ctx.size != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
   // The argument list goes straight to the parser, which alone takes values
   // from it: a copy would cost a stall on a list its caller has just built.
   using Runner = std::uint32_t (*)(ZQPARSECTX&, ZqAllocFunc, const char*, va_list) noexcept;
@@ -350,8 +323,7 @@ std::uint32_t Parse(ZQPARSECTX& ctx, ParseMode mode, ZqAllocFunc allocator, cons
 
 std::uint32_t ParseTextAt(ZQPARSECTX& ctx, const char*& text, std::uint32_t& length) noexcept {
   Parser<ParseMode::kPointer> parser(ctx, nullptr);
-  const char* noWidth = "";
-  const std::uint32_t rc = parser.Text(noWidth, &text, false);
+  const std::uint32_t rc = parser.Text(0, &text, false);
   if (rc == 0) {
     length = text != nullptr ? parser.Position() - ctx.position - 5 : 0;
     ctx.position = parser.Position();
@@ -361,8 +333,7 @@ std::uint32_t ParseTextAt(ZQPARSECTX& ctx, const char*& text, std::uint32_t& len
 
 std::uint32_t ParseBinaryAt(ZQPARSECTX& ctx, const void*& bytes, std::uint32_t& count) noexcept {
   Parser<ParseMode::kPointer> parser(ctx, nullptr);
-  const char* noWidth = "";
-  const std::uint32_t rc = parser.Binary(noWidth, &bytes, &count);
+  const std::uint32_t rc = parser.Binary(0, &bytes, &count);
   if (rc == 0) ctx.position = parser.Position();
   return rc;
 }

@@ -3,12 +3,10 @@
 
 #include "common/error_site.h"
 #include "msg/binary_objects.h"
-#include "os/edge.h"
 #include "os/memory.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqstream.h"
 
-using zq::kWrongArguments;
 using zq::msg::CBinaryComposer;
 using zq::msg::CBinaryParser;
 
@@ -16,7 +14,7 @@ namespace {
 
 template <class Object, class Handle>
 uint32_t CreateObject(Handle* out) {
-  if (out == nullptr) return kWrongArguments;
+  if (out == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   // Out of memory still returns 0: the caller sees the null handle.
   Object* object = zq::os::NewObject<Object>();
   *out = object != nullptr ? object->Handle() : nullptr;
@@ -25,7 +23,7 @@ uint32_t CreateObject(Handle* out) {
 
 template <class Object>
 uint32_t Duplicate(Object* object, decltype(object->Handle())* out) {
-  if (object == nullptr || out == nullptr) return kWrongArguments;
+  if (object == nullptr || out == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   object->AddRef();
   *out = object->Handle();
   return 0;
@@ -46,7 +44,7 @@ ZQ_API uint32_t ZqSysCreateBinaryComposer(HZQCOMPOSER* composer) {
 }
 
 ZQ_API uint32_t ZqSysVCompose(HZQCOMPOSER composer, const char* format, va_list args) {
-  if (composer == nullptr || format == nullptr) return kWrongArguments;
+  if (composer == nullptr || format == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(CBinaryComposer::From(composer)->Compose(format, args));
 }
 
@@ -59,7 +57,7 @@ ZQ_API uint32_t ZqSysCompose(HZQCOMPOSER composer, const char* format, ...) {
 }
 
 ZQ_API uint32_t ZqSysComposeAtIndex(HZQCOMPOSER composer, uint32_t index, const char* format, ...) {
-  if (composer == nullptr || format == nullptr) return kWrongArguments;
+  if (composer == nullptr || format == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   va_list args;
   va_start(args, format);
   const uint32_t rc = CBinaryComposer::From(composer)->ComposeAtIndex(index, format, args);
@@ -68,12 +66,12 @@ ZQ_API uint32_t ZqSysComposeAtIndex(HZQCOMPOSER composer, uint32_t index, const 
 }
 
 ZQ_API uint32_t ZqSysComposeGetBuffer(HZQCOMPOSER composer, const uint8_t** buffer) {
-  if (composer == nullptr || buffer == nullptr) return kWrongArguments;
+  if (composer == nullptr || buffer == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CBinaryComposer::From(composer)->GetBuffer(buffer);
 }
 
 ZQ_API uint32_t ZqSysComposeGetSize(HZQCOMPOSER composer, uint32_t* size) {
-  if (composer == nullptr || size == nullptr) return kWrongArguments;
+  if (composer == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CBinaryComposer::From(composer)->GetSize(size);
 }
 
@@ -90,17 +88,17 @@ ZQ_API uint32_t ZqSysCreateBinaryParser(HZQPARSER* parser) {
 }
 
 ZQ_API uint32_t ZqSysInitParser(HZQPARSER parser, const void* buffer, uint32_t size) {
-  if (parser == nullptr) return kWrongArguments;
+  if (parser == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CBinaryParser::From(parser)->Init(buffer, size);
 }
 
 ZQ_API uint32_t ZqSysResetParser(HZQPARSER parser) {
-  if (parser == nullptr) return kWrongArguments;
+  if (parser == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CBinaryParser::From(parser)->Reset();
 }
 
 ZQ_API uint32_t ZqSysVParse(HZQPARSER parser, const char* format, va_list args) {
-  if (parser == nullptr || format == nullptr) return kWrongArguments;
+  if (parser == nullptr || format == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(CBinaryParser::From(parser)->Parse(format, args));
 }
 
@@ -113,7 +111,7 @@ ZQ_API uint32_t ZqSysParse(HZQPARSER parser, const char* format, ...) {
 }
 
 ZQ_API uint32_t ZqSysGetIndex(HZQPARSER parser, uint32_t* index) {
-  if (parser == nullptr || index == nullptr) return kWrongArguments;
+  if (parser == nullptr || index == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return CBinaryParser::From(parser)->GetIndex(index);
 }
 

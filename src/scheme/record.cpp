@@ -5,6 +5,7 @@
 #include <new>
 
 #include "common/error_site.h"
+#include "common/type_table.h"
 #include "log/log_site.h"
 #include "os/edge.h"
 #include "os/memory.h"
@@ -105,23 +106,21 @@ std::uint32_t WriteEmptyValue(const FieldType& type, void* buffer, std::uint32_t
   const std::uint32_t capacity = size;
   size = 0;
   if (buffer == nullptr) return ZQERR_COMMON_REAL_SIZE_RETURNED;
+  const common::TypeInfo* info = common::FindType(type.letter);
+  if (info == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const std::uint64_t maxSize = MaxSize(type);
-  // A text takes whatever buffer it is given: it is zeroed whole.
-  if (type.letter != 'c' && capacity < maxSize) return ZQERR_COMMON_BUFFER_TOO_SMALL;
-  switch (type.letter) {
-    case 'a':
-    case 'b':
-    case 'i':
-    case 'u':
-    case 'z':
+  if (info->empty != common::EmptyValue::kZeroAnyBuffer && capacity < maxSize) {
+    return ZQERR_COMMON_BUFFER_TOO_SMALL;
+  }
+  switch (info->empty) {
+    case common::EmptyValue::kZeroes:
       std::memset(buffer, 0, maxSize);
       return 0;
-    case 'c':
-    case 'w':
+    case common::EmptyValue::kZeroBuffer:
+    case common::EmptyValue::kZeroAnyBuffer:
       std::memset(buffer, 0, capacity);
       return 0;
-    case 'd':
-    case 's': {
+    case common::EmptyValue::kDecimalZero: {
       // Made aside, so a type the decimal family refuses writes nothing.
       std::uint8_t zero[ZQBCDII_MAX_SIZE];
       auto* value = reinterpret_cast<ZQBCDII*>(zero);
@@ -132,21 +131,15 @@ std::uint32_t WriteEmptyValue(const FieldType& type, void* buffer, std::uint32_t
       std::memcpy(buffer, zero, maxSize);
       return 0;
     }
-    case 'f': {
-      const double zero = 0.0;
-      std::memcpy(buffer, &zero, sizeof zero);
-      return 0;
-    }
-    case 't': {
+    case common::EmptyValue::kTimeNull: {
       // The caller's buffer need not be aligned for a ZQTIME.
       ZQTIME null;
       ZqTimeSetNULL(&null);
       std::memcpy(buffer, &null, sizeof null);
       return 0;
     }
-    default:
-      return kWrongArguments;
   }
+  return ZQERR_COMMON_WRONG_ARGUMENTS;
 }
 
 // The record this library makes: the field slots live right behind the

@@ -4,6 +4,8 @@
 #include <cstdio>
 
 #include "common/error_site.h"
+#include "common/type_codes.h"
+#include "common/type_table.h"
 #include "log/log_site.h"
 #include "zqsys/zqerr.h"
 
@@ -21,29 +23,6 @@ std::uint32_t LeadingNumber(std::string_view text) noexcept {
     value = std::min<std::uint64_t>(value * 10 + static_cast<unsigned>(c - '0'), UINT32_MAX);
   }
   return static_cast<std::uint32_t>(value);
-}
-
-enum class TypeTextForm { kLetter, kSize, kSizeAndPrecision, kUnknown };
-
-TypeTextForm FormOf(char letter) noexcept {
-  switch (letter) {
-    case 'a':
-    case 'f':
-    case 't':
-      return TypeTextForm::kLetter;
-    case 'b':
-    case 'c':
-    case 'i':
-    case 'u':
-    case 'w':
-    case 'z':
-      return TypeTextForm::kSize;
-    case 'd':
-    case 's':
-      return TypeTextForm::kSizeAndPrecision;
-    default:
-      return TypeTextForm::kUnknown;
-  }
 }
 
 std::string_view TrimBlanks(std::string_view text) noexcept {
@@ -70,39 +49,16 @@ std::uint32_t CName::Set(std::string_view text) noexcept {
 
 std::uint64_t CZqDBTypedEntry::MaxSizeOf(char letter, std::uint32_t size,
                                          std::uint32_t precision) noexcept {
-  switch (letter) {
-    case 'a':
-      return 1;
-    case 'f':
-      return 8;
-    case 't':
-      return 10;
-    case 'b':
-    case 'i':
-    case 'u':
-      return size;
-    case 'c':
-      return std::uint64_t{size} + 1;
-    case 'w':
-      return std::uint64_t{size} * 2 + 2;
-    case 'z':
-      return std::uint64_t{size} + 4;
-    case 'd':
-    case 's':
-      // The byte size of a decimal value of that precision and scale.
-      if ((size & 0xFF) == 0) return 0;
-      return ((size >> 1) & 0x7F) + ((size | precision) & 1) + 2;
-    default:
-      return 0;
-  }
+  const common::TypeInfo* type = common::FindType(letter);
+  return type != nullptr ? common::TypeSize(*type, size, precision) : 0;
 }
 
 std::uint32_t CZqDBTypedEntry::Create(const char* table, const char* name, char letter,
                                       std::uint32_t size, std::uint32_t precision,
                                       CZqDBTypedEntry** out) {
   if (table == nullptr || name == nullptr || name[0] == '\0') return ZQERR_COMMON_WRONG_ARGUMENTS;
-  const TypeTextForm form = FormOf(letter);
-  if (form == TypeTextForm::kUnknown) return ZQERR_DB_INVALID_TYPE;
+  const common::TypeInfo* info = common::FindType(letter);
+  if (info == nullptr) return ZQERR_DB_INVALID_TYPE;
   CRef<CZqDBTypedEntry> field(os::NewObject<CZqDBTypedEntry>());
   if (!field) return ZQERR_COMMON_NO_MEMORY;
   if (const std::uint32_t rc = field->name_.Set(name)) return rc;
@@ -111,14 +67,14 @@ std::uint32_t CZqDBTypedEntry::Create(const char* table, const char* name, char 
   field->size_ = size;
   field->precision_ = precision;
   char type[ZQDB_NAME_SIZE];
-  switch (form) {
-    case TypeTextForm::kLetter:
+  switch (info->schemeText) {
+    case common::SchemeText::kLetter:
       std::snprintf(type, sizeof(type), "%c", letter);
       break;
-    case TypeTextForm::kSize:
+    case common::SchemeText::kSize:
       std::snprintf(type, sizeof(type), "%c%u", letter, size);
       break;
-    default:
+    case common::SchemeText::kSizeAndPrecision:
       std::snprintf(type, sizeof(type), "%c%u.%u", letter, size, precision);
       break;
   }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -153,6 +154,42 @@ TEST(Compose, GrowthRule) {
   EXPECT_EQ(ctx.capacity, 1539u + 5005 + 512);  // the value exceeds twice the capacity
   zq::msg::FreeComposeBuffer(ctx);
   EXPECT_EQ(ctx.buffer, nullptr);
+}
+
+// A format buffer rewritten in place is read afresh, and a long format
+// stops at a bad code far into it, keeping what it wrote before.
+TEST(Compose, FormatsRewrittenInPlaceAndLongFormats) {
+  ZQCOMPOSECTX ctx{};
+  char format[8] = "u4";
+  ASSERT_EQ(zqtest::Compose(ctx, format, 0x01020304), 0u);
+  std::memcpy(format, "u1", 3);
+  ASSERT_EQ(zqtest::Compose(ctx, format, 0x05), 0u);
+  std::memcpy(format, "u1x", 4);
+  EXPECT_EQ(zqtest::Compose(ctx, format, 0x06), 2u);
+  EXPECT_EQ(Bytes(ctx.buffer, ctx.buffer + ctx.size), (Bytes{4, 3, 2, 1, 5, 6}));
+
+  std::string longFormat;
+  for (int i = 0; i < 40; ++i)
+    longFormat += "a";
+  longFormat += "u2";
+  ctx.size = 0;
+  ASSERT_EQ(zqtest::Compose(ctx, longFormat.c_str(), 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14,
+                            15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32,
+                            33, 34, 35, 36, 37, 38, 39, 40, 0x4241),
+            0u);
+  ASSERT_EQ(ctx.size, 42u);
+  EXPECT_EQ(ctx.buffer[39], 40);
+  EXPECT_EQ(ctx.buffer[40], 0x41);
+  longFormat += std::string(30, 'a') + "q";
+  ctx.size = 0;
+  EXPECT_EQ(
+      zqtest::Compose(ctx, longFormat.c_str(), 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15,
+                      16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34,
+                      35, 36, 37, 38, 39, 40, 0x4241, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14,
+                      15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30),
+      2u);
+  EXPECT_EQ(ctx.size, 72u);
+  zq::msg::FreeComposeBuffer(ctx);
 }
 
 TEST(Compose, OutOfMemory) {

@@ -168,6 +168,32 @@ TEST_F(ParserFixture, ArgumentsResetAndReuse) {
   EXPECT_EQ(Index(), 4u);  // the fixture's reference still holds the parser
 }
 
+// Formats are compiled once and kept per thread: a format buffer rewritten
+// in place must be read afresh, and a format too long to keep (here with
+// long runs of ignored digits) runs in batches up to a bad code.
+TEST_F(ParserFixture, FormatsRewrittenInPlaceAndLongFormats) {
+  Load({1, 2, 3, 4, 5, 6, 7, 8});
+  char format[8] = "u2";
+  uint32_t value = 0;
+  ASSERT_EQ(ZqSysParse(parser_, format, &value), 0u);
+  EXPECT_EQ(value, 0x0201u);
+  std::memcpy(format, "u1", 3);
+  ASSERT_EQ(ZqSysParse(parser_, format, &value), 0u);
+  EXPECT_EQ(value, 0x0203u);
+  EXPECT_EQ(Index(), 3u);
+
+  const std::string longFormat = "a" + std::string(70, '7') + "u2" + std::string(1, 'a');
+  char first = 0, last = 0;
+  uint16_t middle = 0;
+  ASSERT_EQ(ZqSysParse(parser_, longFormat.c_str(), &first, &middle, &last), 0u);
+  EXPECT_EQ(first, 4);
+  EXPECT_EQ(middle, 0x0605u);
+  EXPECT_EQ(last, 7);
+  ASSERT_EQ(ZqSysResetParser(parser_), 0u);
+  EXPECT_EQ(ZqSysParse(parser_, (longFormat + "q").c_str(), &first, &middle, &last), 2u);
+  EXPECT_EQ(Index(), 4u);  // what came before the bad code was read
+}
+
 // The delivery modes, on a stream with a text, a null text, a byte string
 // and a null byte string.
 class ParseModes : public ::testing::Test {
