@@ -157,11 +157,11 @@ class TypeText {
     if (!hex_pairs_)
       return FormatToBufferF(out, size, "%#.*Z", static_cast<int>(dump_count_), dump_);
     static constexpr char kHex[] = "0123456789ABCDEF";
-    for (std::uint32_t i = 0; i < dump_count_; ++i) {
+    for (std::size_t i = 0; i < dump_count_; ++i) {
       out[2 * i] = kHex[dump_[i] >> 4];
       out[2 * i + 1] = kHex[dump_[i] & 0xF];
     }
-    out[2 * dump_count_] = '\0';
+    out[2 * std::size_t{dump_count_}] = '\0';
     return 2 * dump_count_;
   }
 

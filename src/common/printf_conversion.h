@@ -97,8 +97,9 @@ struct Piece {
       *--p = kPairs[pair];
     }
     if (small >= 10) {
-      *--p = kPairs[small * 2 + 1];
-      *--p = kPairs[small * 2];
+      const std::size_t pair = std::size_t{small} * 2;
+      *--p = kPairs[pair + 1];
+      *--p = kPairs[pair];
     } else {
       *--p = static_cast<char>('0' + small);
     }

@@ -183,7 +183,9 @@ char* PutExponentForm(FloatDigits& digits, int exp, FloatLayout layout, const Co
 }
 
 std::size_t PutNaN(char* out) noexcept {
-  std::memcpy(out, "NaN", 3);
+  out[0] = 'N';
+  out[1] = 'a';
+  out[2] = 'N';
   return 3;
 }
 

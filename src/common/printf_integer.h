@@ -43,7 +43,7 @@ struct IntegerText {
   std::size_t prefix_length = 0;
 
   IntegerText(std::uint64_t value, bool negative, const Spec& spec, const Conversion& c) noexcept
-      : magnitude(value), base(c.base), sign(c.is_signed ? SignOf(negative, spec) : 0) {
+      : magnitude(value), base(c.base), sign(c.is_signed ? SignOf(negative, spec) : '\0') {
     int precision = spec.precision;
     if (spec.zero && spec.width > 0) {
       const int wanted = sign != 0 ? spec.width - 1 : spec.width;

@@ -180,8 +180,10 @@ std::uint32_t CIniDocument::GetKeyNames(std::string_view section, char* buffer,
 }
 
 const CIniDocument& EmptyDocument() noexcept {
-  // Never destroyed, so a call during the process's exit still finds it.
-  static const CIniDocument* const empty = new CIniDocument(std::string());
+  // Built in static storage and never destroyed, so a call during the
+  // process's exit still finds it.
+  alignas(CIniDocument) static unsigned char storage[sizeof(CIniDocument)];
+  static const CIniDocument* const empty = ::new (storage) CIniDocument(std::string());
   return *empty;
 }
 

@@ -144,12 +144,15 @@ ZQ_API uint32_t ZqMsgCopyField(HZQMSG message, const char* name, void* buffer, u
   return CopyField(message, name, buffer, size);
 }
 
+// `type` names a type, which cannot stand in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define ZQ_COPY_TYPED(suffix, type)                                                       \
   ZQ_API uint32_t ZqMsgCopyField##suffix(HZQMSG message, const char* name, type* value) { \
     return CopyTyped(message, name, value);                                               \
   }
 ZQ_TYPED_FIELDS(ZQ_COPY_TYPED)
 #undef ZQ_COPY_TYPED
+// NOLINTEND(bugprone-macro-parentheses)
 
 ZQ_API uint32_t ZqMsgSetBody(HZQMSG message, const void* bytes, uint32_t size) {
   if (message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
@@ -233,6 +236,7 @@ ZQ_API uint32_t ZqMsgCopyFieldFromBlock(const void* block, uint32_t blockSize, c
   return CopyFieldFromBlock(block, blockSize, name, buffer, size);
 }
 
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define ZQ_COPY_FROM_BLOCK(suffix, type)                                                 \
   ZQ_API uint32_t ZqMsgCopyFieldFromBlock##suffix(const void* block, uint32_t blockSize, \
                                                   const char* name, type* value) {       \
@@ -240,6 +244,7 @@ ZQ_API uint32_t ZqMsgCopyFieldFromBlock(const void* block, uint32_t blockSize, c
   }
 ZQ_TYPED_FIELDS(ZQ_COPY_FROM_BLOCK)
 #undef ZQ_COPY_FROM_BLOCK
+// NOLINTEND(bugprone-macro-parentheses)
 
 ZQ_API uint32_t ZqMsgCopyMessage(HZQMSG* copy, HZQMSG message) {
   if (copy == nullptr || message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;

@@ -252,6 +252,8 @@ ZQ_API uint32_t ZqRecordGetFieldByIndexWithoutSchemeEx(HZQRECORD record, uint32_
                                 record, position, type);
 }
 
+// `TYPE` names a type, which cannot stand in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define ZQ_RECORD_TYPED_GETTERS(SUFFIX, TYPE, LETTER)                                            \
   ZQ_API uint32_t ZqRecordGetField##SUFFIX(HZQRECORD record, const char* name, TYPE* value) {    \
     return GetTyped(record, name, value);                                                        \
@@ -266,6 +268,7 @@ ZQ_API uint32_t ZqRecordGetFieldByIndexWithoutSchemeEx(HZQRECORD record, uint32_
   }
 ZQ_RECORD_TYPED(ZQ_RECORD_TYPED_GETTERS)
 #undef ZQ_RECORD_TYPED_GETTERS
+// NOLINTEND(bugprone-macro-parentheses)
 
 // ---- Writing ----
 

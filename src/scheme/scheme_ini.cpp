@@ -157,9 +157,11 @@ std::uint32_t SaveTable(CLineWriter& out, const CZqDBScheme& scheme, const CZqDB
 
 std::uint32_t LoadScheme(std::uint32_t ini, const char* name, HZQDBSCHEME* out) {
   CZqDBScheme* scheme = nullptr;
-  const std::uint32_t made = CZqDBScheme::Create(name, &scheme);
-  *out = scheme != nullptr ? scheme->Handle() : nullptr;
-  if (made != 0) return ZQ_RETURN_ZQERR(made);
+  if (const std::uint32_t made = CZqDBScheme::Create(name, &scheme)) {
+    *out = nullptr;
+    return ZQ_RETURN_ZQERR(made);
+  }
+  *out = scheme->Handle();
   const SchemeLoad load{ini, scheme};
   const String section = SchemeSection(name);
   if (const std::uint32_t rc =
