@@ -1,35 +1,28 @@
 // The exported INI functions.
+#include "common/error_site.h"
 #include "config/ini_registry.h"
 #include "config/ini_text.h"
-#include "log/log_on_error.h"
 #include "os/edge.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqini.h"
 
 using zq::Guarded;
 using zq::GuardedOr;
-using zq::kWrongArguments;
 using zq::config::CIniObject;
 using zq::config::CurrentIniRegistry;
 using zq::config::IsName;
+using zq::config::ResolveIni;
 
 namespace {
 
 constexpr auto kNotStarted = static_cast<uint32_t>(ZQERR_INI_NOT_STARTED);
 constexpr auto kInvalidHandle = static_cast<uint32_t>(ZQERR_INI_INVALID_INI_HANDLE);
 
-// After the library is unloaded there is no registry, and no handle names
-// anything.
-zq::common::CRef<CIniObject> Resolve(uint32_t handle) {
-  zq::config::CIniRegistry* registry = CurrentIniRegistry();
-  return registry != nullptr ? registry->Resolve(handle) : zq::common::CRef<CIniObject>();
-}
-
 // Runs `call` on the object a handle names; 0x4005 when it names none.
 template <class Call>
 uint32_t OnObject(uint32_t handle, Call call) {
   return Guarded([&]() -> uint32_t {
-    const auto object = Resolve(handle);
+    const auto object = ResolveIni(handle);
     return object ? call(*object.Get()) : kInvalidHandle;
   });
 }
@@ -43,7 +36,7 @@ ZQ_API uint32_t ZqIniOpen(const char* path) {
     zq::config::CIniRegistry* registry = CurrentIniRegistry();
     if (registry == nullptr) return kNotStarted;
     const auto object = registry->Resolve(ZQINI_DEFAULT_HANDLE);
-    if (!object) return zq::kNoMemory;
+    if (!object) return ZQERR_COMMON_NO_MEMORY;
     return ZQ_RETURN_ZQERR(object->Open(path, registry->Options()));
   });
 }
@@ -54,7 +47,7 @@ ZQ_API uint32_t ZqIniClose(void) {
 
 ZQ_API uint32_t ZqIniIsOpened(void) {
   return GuardedOr<uint32_t>(0, [] {
-    const auto object = Resolve(ZQINI_DEFAULT_HANDLE);
+    const auto object = ResolveIni(ZQINI_DEFAULT_HANDLE);
     return object && object->IsOpen() ? 1u : 0u;
   });
 }
@@ -67,7 +60,7 @@ ZQ_API uint32_t ZqIniSetOpt(uint32_t options) {
 }
 
 ZQ_API uint32_t ZqIniGetOpt(uint32_t* options) {
-  if (options == nullptr) return kWrongArguments;
+  if (options == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return Guarded([&]() -> uint32_t {
     zq::config::CIniRegistry* registry = CurrentIniRegistry();
     if (registry == nullptr) return kNotStarted;
@@ -77,7 +70,7 @@ ZQ_API uint32_t ZqIniGetOpt(uint32_t* options) {
 }
 
 ZQ_API uint32_t ZqIniCustOpen(uint32_t* handle, const char* path) {
-  if (handle == nullptr) return kWrongArguments;
+  if (handle == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *handle = 0;
   return Guarded([&]() -> uint32_t {
     zq::config::CIniRegistry* registry = CurrentIniRegistry();
@@ -97,7 +90,7 @@ ZQ_API uint32_t ZqIniCustClose(uint32_t handle) {
 ZQ_API int32_t ZqIniCustGetInt(uint32_t handle, const char* section, const char* key,
                                int32_t defaultValue) {
   return GuardedOr(defaultValue, [&] {
-    const auto object = Resolve(handle);
+    const auto object = ResolveIni(handle);
     return object ? object->GetInt(section, key, defaultValue) : defaultValue;
   });
 }
@@ -105,7 +98,7 @@ ZQ_API int32_t ZqIniCustGetInt(uint32_t handle, const char* section, const char*
 ZQ_API uint32_t ZqIniCustGetStr(uint32_t handle, char* buffer, uint32_t size, const char* section,
                                 const char* key, const char* defaultValue) {
   return GuardedOr<uint32_t>(0, [&] {
-    const auto object = Resolve(handle);
+    const auto object = ResolveIni(handle);
     if (!object) return zq::config::CopyDefaultForUnknownHandle(buffer, size, defaultValue);
     return object->GetStr(buffer, size, section, key, defaultValue);
   });
@@ -113,7 +106,7 @@ ZQ_API uint32_t ZqIniCustGetStr(uint32_t handle, char* buffer, uint32_t size, co
 
 ZQ_API uint32_t ZqIniCustGetSection(uint32_t handle, char* buffer, uint32_t* size,
                                     const char* section) {
-  if (buffer == nullptr || size == nullptr) return kWrongArguments;
+  if (buffer == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(
       OnObject(handle, [&](CIniObject& ini) { return ini.GetSection(buffer, size, section); }));
 }
@@ -125,30 +118,30 @@ ZQ_API uint32_t ZqIniCustWriteInt(uint32_t handle, const char* section, const ch
 
 ZQ_API uint32_t ZqIniCustWriteStr(uint32_t handle, const char* section, const char* key,
                                   const char* value) {
-  if (!IsName(section) || !IsName(key)) return kWrongArguments;
+  if (!IsName(section) || !IsName(key)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(
       OnObject(handle, [&](CIniObject& ini) { return ini.WriteStr(section, key, value); }));
 }
 
 ZQ_API uint32_t ZqIniCustWriteSection(uint32_t handle, const char* section, const char* data) {
-  if (!IsName(section) || data == nullptr) return kWrongArguments;
+  if (!IsName(section) || data == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(
       OnObject(handle, [&](CIniObject& ini) { return ini.WriteSection(section, data); }));
 }
 
 ZQ_API uint32_t ZqIniCustEnumKeys(uint32_t handle, const char* section,
                                   ZqIniEnumKeysCallback callback, void* context) {
-  if (section == nullptr || callback == nullptr) return kWrongArguments;
+  if (section == nullptr || callback == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   while (*section == ' ')
     ++section;
-  if (*section == '\0') return kWrongArguments;
+  if (*section == '\0') return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(
       OnObject(handle, [&](CIniObject& ini) { return ini.EnumKeys(section, callback, context); }));
 }
 
 ZQ_API uint32_t ZqIniCustEnumSections(uint32_t handle, ZqIniEnumSectionsCallback callback,
                                       void* context) {
-  if (callback == nullptr) return kWrongArguments;
+  if (callback == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return ZQ_RETURN_ZQERR(
       OnObject(handle, [&](CIniObject& ini) { return ini.EnumSections(callback, context); }));
 }

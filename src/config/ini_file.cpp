@@ -57,7 +57,7 @@ std::shared_ptr<const CIniDocument> CIniFile::Read() noexcept {
   }
 }
 
-std::uint32_t CIniFile::Write(const IniEdit& edit) {
+std::uint32_t CIniFile::Write(const IniEdit& edit, IniSync sync) {
   // A write through a symbolic link replaces the file it leads to.
   const std::string target = os::FollowLinks(path_);
   for (int attempt = 0; attempt < kMaxWriteAttempts; ++attempt) {
@@ -79,13 +79,13 @@ std::uint32_t CIniFile::Write(const IniEdit& edit) {
     IniChange change = edit(current);
     if (change.code != 0 || !change.text || *change.text == current.Text()) return change.code;
     // The lock on `file` is held until it closes, after the rename.
-    return Replace(target, locked, std::move(*change.text));
+    return Replace(target, locked, std::move(*change.text), sync);
   }
   return kWriteError;
 }
 
 std::uint32_t CIniFile::Replace(const std::string& target, const os::FileIdentity& old,
-                                std::string text) {
+                                std::string text, IniSync sync) {
   std::string tempPath;
   const os::CFileDescriptor temp = os::MakeTempFileBeside(target, tempPath);
   if (!temp) return kWriteError;
@@ -97,7 +97,7 @@ std::uint32_t CIniFile::Replace(const std::string& target, const os::FileIdentit
   // The new file is in place: what follows only makes the rename durable and
   // spares the next read a parse, so a failure there is not the write's.
   try {
-    os::SyncDirectoryOf(target);
+    if (sync == IniSync::kDurable) os::SyncDirectoryOf(target);
     os::FileIdentity written;
     if (os::StatDescriptor(temp.Get(), written)) {
       Remember(written, std::make_shared<const CIniDocument>(std::move(text)), true);

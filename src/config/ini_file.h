@@ -19,6 +19,14 @@ namespace zq::config {
 // Turns a file's current text into its next one (see WriteString).
 using IniEdit = std::function<IniChange(const CIniDocument&)>;
 
+// How far a write goes to make itself durable. Either way the file is
+// replaced whole by a rename of a synced temporary file, so a crash never
+// leaves a torn or empty file. kDurable then syncs the directory, so that
+// the rename itself survives a crash; kRenameMayBeLost skips that second
+// sync, for values the library writes again when it finds them missing
+// (trace switches): after a crash the file may be its previous version.
+enum class IniSync { kDurable, kRenameMayBeLost };
+
 class CIniFile {
  public:
   explicit CIniFile(std::string path) : path_(std::move(path)) {}
@@ -34,13 +42,14 @@ class CIniFile {
   // Applies `edit` to the file's current text and replaces the file with the
   // result: lock the file, check that the path still names it, write a
   // temporary file beside it, sync it, give it the old file's mode and owner,
-  // rename it over the file, sync the directory. A missing file is created
-  // unless the edit leaves it as it is. Returns 0, the edit's refusal, or
-  // INI:WRITE_ERROR when the system fails.
-  std::uint32_t Write(const IniEdit& edit);
+  // rename it over the file, sync the directory (kDurable only). A missing
+  // file is created unless the edit leaves it as it is. Returns 0, the
+  // edit's refusal, or INI:WRITE_ERROR when the system fails.
+  std::uint32_t Write(const IniEdit& edit, IniSync sync = IniSync::kDurable);
 
  private:
-  std::uint32_t Replace(const std::string& target, const os::FileIdentity& old, std::string text);
+  std::uint32_t Replace(const std::string& target, const os::FileIdentity& old, std::string text,
+                        IniSync sync);
   void Remember(const os::FileIdentity& identity, std::shared_ptr<const CIniDocument> document,
                 bool ownWrite) noexcept;
 

@@ -41,12 +41,12 @@ std::int32_t LeadingInteger(const char* text) noexcept {
 }  // namespace
 
 std::uint32_t CIniObject::Open(const char* path, std::uint32_t options) {
-  if (!IsName(path)) return kWrongArguments;
+  if (!IsName(path)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const std::lock_guard guard(lock_);
   if (opened_) return kAlreadyStarted;
   std::string full;
   if (!os::FullPathName(path, full)) return kSyscallFailed;
-  if (full.size() >= PATH_MAX) return kInternalError;
+  if (full.size() >= PATH_MAX) return ZQERR_COMMON_INTERNAL_ERROR;
   file_ = &files_.FileFor(full);
   path_ = std::move(full);
   // The file must exist; with the option, it and its directories are made.
@@ -105,20 +105,23 @@ std::uint32_t CIniObject::GetSection(char* buffer, std::uint32_t* size, const ch
   return 0;
 }
 
-std::uint32_t CIniObject::Write(const IniEdit& edit) {
+std::uint32_t CIniObject::Write(const IniEdit& edit, IniSync sync) {
   const std::lock_guard guard(lock_);
   if (!opened_) return kNotStarted;
-  return file_->Write(edit);
+  return file_->Write(edit, sync);
 }
 
-std::uint32_t CIniObject::WriteStr(const char* section, const char* key, const char* value) {
+std::uint32_t CIniObject::WriteStr(const char* section, const char* key, const char* value,
+                                   IniSync sync) {
   return Write(
-      [&](const CIniDocument& document) { return WriteString(document, section, key, value); });
+      [&](const CIniDocument& document) { return WriteString(document, section, key, value); },
+      sync);
 }
 
 std::uint32_t CIniObject::WriteSection(const char* section, const char* data) {
   return Write(
-      [&](const CIniDocument& document) { return config::WriteSection(document, section, data); });
+      [&](const CIniDocument& document) { return config::WriteSection(document, section, data); },
+      IniSync::kDurable);
 }
 
 std::uint32_t CIniObject::EnumKeys(const char* section, ZqIniEnumKeysCallback callback,

@@ -28,7 +28,8 @@ class CIniObject : public common::CRefCounted {
   std::uint32_t GetStr(char* buffer, std::uint32_t size, const char* section, const char* key,
                        const char* fallback);
   std::uint32_t GetSection(char* buffer, std::uint32_t* size, const char* section);
-  std::uint32_t WriteStr(const char* section, const char* key, const char* value);
+  std::uint32_t WriteStr(const char* section, const char* key, const char* value,
+                         IniSync sync = IniSync::kDurable);
   std::uint32_t WriteSection(const char* section, const char* data);
   std::uint32_t EnumKeys(const char* section, ZqIniEnumKeysCallback callback, void* context);
   std::uint32_t EnumSections(ZqIniEnumSectionsCallback callback, void* context);
@@ -37,7 +38,7 @@ class CIniObject : public common::CRefCounted {
   // The file's state, read under the lock; empty when the object never had a
   // path, or (with `needOpen`) is not open.
   std::shared_ptr<const CIniDocument> Snapshot(bool needOpen);
-  std::uint32_t Write(const IniEdit& edit);
+  std::uint32_t Write(const IniEdit& edit, IniSync sync);
 
   CIniFileTable& files_;
   std::mutex lock_;  // guards the fields below

@@ -1,22 +1,19 @@
 #include "config/ini_registry.h"
 
-#include "os/edge.h"
 #include "os/memory.h"
+#include "zqsys/zqerr.h"
 
 namespace zq::config {
 
 CIniRegistry::CIniRegistry() noexcept : default_(os::NewObject<CIniObject>(files_)) {}
 
 CIniRegistry::~CIniRegistry() {
-  for (const auto& [handle, object] : handles_) {
-    object->Close();
-    object->Release();
-  }
+  handles_.Clear([](CIniObject& object) { object.Close(); });
   if (default_ != nullptr) default_->Release();
 }
 
 std::uint32_t CIniRegistry::SetOptions(std::uint32_t options) {
-  if ((options & ~ZQINI_OPT_CREATE_MISSING) != 0) return kWrongArguments;
+  if ((options & ~ZQINI_OPT_CREATE_MISSING) != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const std::lock_guard guard(lock_);
   options_ = options;
   return 0;
@@ -32,25 +29,22 @@ common::CRef<CIniObject> CIniRegistry::Resolve(std::uint32_t handle) {
     if (default_ != nullptr) default_->AddRef();
     return common::CRef<CIniObject>(default_);
   }
-  const std::lock_guard guard(lock_);
-  const auto found = handles_.find(handle);  // 0 is never issued
-  if (found == handles_.end()) return {};
-  // The reference is taken before the lock goes, so a close cannot destroy
-  // the object in between.
-  found->second->AddRef();
-  return common::CRef<CIniObject>(found->second);
+  return handles_.Find(handle);
+}
+
+std::uint32_t CIniRegistry::OpenUnlisted(const char* path, std::uint32_t options,
+                                         common::CRef<CIniObject>& object) {
+  common::CRef<CIniObject> opened(os::NewObject<CIniObject>(files_));
+  if (!opened) return ZQERR_COMMON_NO_MEMORY;
+  if (const std::uint32_t rc = opened->Open(path, options)) return rc;
+  object = std::move(opened);
+  return 0;
 }
 
 std::uint32_t CIniRegistry::OpenCustom(std::uint32_t& handle, const char* path) {
-  common::CRef<CIniObject> object(os::NewObject<CIniObject>(files_));
-  if (!object) return kNoMemory;
-  if (const std::uint32_t rc = object->Open(path, Options())) return rc;
-  const std::lock_guard guard(lock_);
-  if (lastHandle_ + 1 == ZQINI_DEFAULT_HANDLE) return kInternalError;  // every id is spent
-  handles_.emplace(lastHandle_ + 1, object.Get());
-  handle = ++lastHandle_;
-  object.Detach();  // the table's reference now
-  return 0;
+  common::CRef<CIniObject> object;
+  if (const std::uint32_t rc = OpenUnlisted(path, Options(), object)) return rc;
+  return handles_.Add(*object, handle);
 }
 
 void CIniRegistry::Close(std::uint32_t handle) {
@@ -58,16 +52,12 @@ void CIniRegistry::Close(std::uint32_t handle) {
     if (default_ != nullptr) default_->Close();
     return;
   }
-  CIniObject* object = nullptr;
-  {
-    const std::lock_guard guard(lock_);
-    const auto found = handles_.find(handle);
-    if (found == handles_.end()) return;
-    object = found->second;
-    handles_.erase(found);
-  }
-  object->Close();
-  object->Release();
+  if (const common::CRef<CIniObject> object = handles_.Remove(handle)) object->Close();
+}
+
+common::CRef<CIniObject> ResolveIni(std::uint32_t handle) {
+  CIniRegistry* registry = CurrentIniRegistry();
+  return registry != nullptr ? registry->Resolve(handle) : common::CRef<CIniObject>();
 }
 
 }  // namespace zq::config

@@ -1,12 +1,12 @@
 // The INI registry: the options, the default INI object and the handle table
-// of the custom ones. Its lock guards the options and the table and is never
-// held while an object's lock is taken.
+// of the custom ones. Neither its lock (the options) nor the table's is held
+// while an object's lock is taken.
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <mutex>
 
+#include "common/handle_table.h"
 #include "common/ref_counted.h"
 #include "config/ini_file.h"
 #include "config/ini_object.h"
@@ -33,19 +33,26 @@ class CIniRegistry {
   std::uint32_t OpenCustom(std::uint32_t& handle, const char* path);
   void Close(std::uint32_t handle);
 
+  // An object on `path` that no handle names, for the library's own use (a
+  // log's trace switches), opened with `options` instead of the registry's:
+  // another thread's open never sees them. `object` is set on success only.
+  std::uint32_t OpenUnlisted(const char* path, std::uint32_t options,
+                             common::CRef<CIniObject>& object);
+
  private:
   CIniFileTable files_;  // outlives the objects that point into it
-  std::mutex lock_;      // guards the fields below
+  std::mutex lock_;      // guards the options
   std::uint32_t options_ = 0;
   CIniObject* default_;
-  // A custom handle is an id from this table, never an address: ids start at
-  // 1 and are not reused; the table holds one reference to each object.
-  std::map<std::uint32_t, CIniObject*> handles_;
-  std::uint32_t lastHandle_ = 0;
+  common::CHandleTable<CIniObject> handles_;
 };
 
 // The registry of the live library object; null before load and after
 // unload. The library, which owns the registry, defines it.
 CIniRegistry* CurrentIniRegistry() noexcept;
+
+// The object a handle names in the live registry, with a reference for the
+// caller; empty after unload or for a handle that names nothing.
+common::CRef<CIniObject> ResolveIni(std::uint32_t handle);
 
 }  // namespace zq::config

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <new>
 
+#include "common/error_site.h"
+#include "log/error_reporter.h"
 #include "os/module_file.h"
 #include "zqsys_build_version.h"
 
@@ -42,9 +44,12 @@ CLibrary::CLibrary() {
   if (modules_.Register(kBinaryModuleClass, self.base, std::move(values), id) == 0) {
     ownModuleId_ = id;
   }
+  // Failing error sites log from now on; the logs exist.
+  common::InstallErrorSiteReporter(log::ErrorReporter());
 }
 
 CLibrary::~CLibrary() {
+  common::RemoveErrorSiteReporter();
   if (ownModuleId_ != 0) modules_.Unregister(ownModuleId_);
 }
 

@@ -5,26 +5,29 @@
 #include <cstring>
 
 #include "common/printf_engine.h"
-#include "os/edge.h"
+#include "config/ini_registry.h"
+#include "config/ini_text.h"
 #include "os/file.h"
 #include "os/local_clock.h"
 #include "os/module_file.h"
+#include "zqsys/zqerr.h"
 #include "zqsys/zqini.h"
 
 namespace zq::log {
 namespace {
 
 using common::FormatToBufferF;
+using IniRef = common::CRef<config::CIniObject>;
 
-constexpr std::uint32_t kNoPath = 4;
+constexpr auto kInternalError = static_cast<std::uint32_t>(ZQERR_COMMON_INTERNAL_ERROR);
 
 const char* SeverityWord(std::int32_t severity) noexcept {
   switch (severity) {
-    case 1:
+    case ZQLOG_WARNING:
       return "warning";
-    case 2:
+    case ZQLOG_ERROR:
       return "error";
-    case 3:
+    case ZQLOG_FATAL:
       return "fatal";
     default:
       return "";
@@ -34,12 +37,23 @@ const char* SeverityWord(std::int32_t severity) noexcept {
 // The executable's name without its directory and its extension.
 std::uint32_t ExecutableStem(std::string& stem) {
   const std::string path = os::ExecutablePath();
-  if (path.empty()) return kNoPath;
-  if (path.size() >= PATH_MAX) return kInternalError;
+  if (path.empty()) return ZQERR_COMMON_SYSCALL_FAILED;
+  if (path.size() >= PATH_MAX) return ZQERR_COMMON_INTERNAL_ERROR;
   stem = path.substr(path.rfind('/') + 1);
   const std::size_t dot = stem.rfind('.');
   if (dot != std::string::npos) stem.resize(dot);
   return stem.empty() ? kInternalError : 0;
+}
+
+// The settings as the INI functions read them: through a handle that names
+// nothing, every key reads as its default.
+int ReadInt(const IniRef& ini, const char* section, const char* key, int fallback) {
+  return ini ? static_cast<int>(ini->GetInt(section, key, fallback)) : fallback;
+}
+std::string ReadPath(const IniRef& ini, const char* section, const char* key) {
+  char path[PATH_MAX] = "";
+  if (ini) ini->GetStr(path, sizeof path, section, key, "");
+  return path;
 }
 
 bool SameSecond(const ZQTIME& a, const ZQTIME& b) noexcept {
@@ -49,61 +63,59 @@ bool SameSecond(const ZQTIME& a, const ZQTIME& b) noexcept {
 
 }  // namespace
 
-std::uint32_t CLog::MakeBaseName() {
-  char name[PATH_MAX];
-  ZqIniCustGetStr(iniHandle_, name, sizeof name, section_.c_str(), "logfile", "");
-  std::string given = name;
+std::uint32_t CLog::MakeBaseName(const IniRef& ini) {
+  std::string given = ReadPath(ini, section_.c_str(), "logfile");
   if (given.empty()) {
     if (const std::uint32_t rc = ExecutableStem(given)) return rc;
   }
-  if (!os::FullPathName(given.c_str(), base_)) return kNoPath;
+  if (!os::FullPathName(given.c_str(), base_)) return ZQERR_COMMON_SYSCALL_FAILED;
   return base_.size() >= PATH_MAX ? kInternalError : 0;
 }
 
-std::uint32_t CLog::ReadSettings(std::string& traceIniPath) {
+std::uint32_t CLog::ReadSettings(const IniRef& ini, std::string& traceIniPath) {
   const char* section = section_.c_str();
   const auto read = [&](const char* key, int fallback) {
-    return static_cast<int>(ZqIniCustGetInt(iniHandle_, section, key, fallback));
+    return ReadInt(ini, section, key, fallback);
   };
   Settings s;
   s.nameType = read("logfilenametype", 1);
-  if (s.nameType != 0 && s.nameType != 1) return kInvalidIniValue;
+  if (s.nameType != 0 && s.nameType != 1) return ZQERR_LOG_INVALID_INI_VALUE;
   s.perDay = read("logfileperday", 0);
-  if (s.perDay != 0 && s.perDay != 1) return kInvalidIniValue;
+  if (s.perDay != 0 && s.perDay != 1) return ZQERR_LOG_INVALID_INI_VALUE;
   s.toConsole = read("logtoconsole", 1);
-  if (s.toConsole != 0 && s.toConsole != 1) return kInvalidIniValue;
+  if (s.toConsole != 0 && s.toConsole != 1) return ZQERR_LOG_INVALID_INI_VALUE;
   s.depth = read("logfiledepth", 3);
-  if (s.depth < 1) return kInvalidIniValue;
+  if (s.depth < 1) return ZQERR_LOG_INVALID_INI_VALUE;
   s.cache = read("logfilecache", -1);
   if (s.cache < -1 || s.cache > 32767) s.cache = -1;
   s.toSyslog = read("logtosyslog", 1);
-  char path[PATH_MAX];
-  ZqIniCustGetStr(iniHandle_, path, sizeof path, section, "traceini", "");
-  traceIniPath = path;
+  traceIniPath = ReadPath(ini, section, "traceini");
   const int mode = read("logtime", 2);
-  if (mode < 0 || mode > 3 || (mode == 3 && s.perDay != 1)) return kInvalidIniValue;
+  if (mode < 0 || mode > 3 || (mode == 3 && s.perDay != 1)) return ZQERR_LOG_INVALID_INI_VALUE;
   settings_ = s;
   timeMode_ = mode;
   return 0;
 }
 
 std::uint32_t CLog::Open(const char* section, std::uint32_t iniHandle) {
-  std::lock_guard<std::recursive_mutex> hold(lock_);
+  const IniRef settings = config::ResolveIni(iniHandle);
+  std::lock_guard<std::mutex> hold(lock_);
   if (section == nullptr || *section == '\0') section = kDefaultSection;
-  if (opened_) return kAlreadyOpened;
+  if (opened_) return ZQERR_LOG_ALREADY_OPENED;
   iniHandle_ = iniHandle;
   section_ = section;
-  if (const std::uint32_t rc = MakeBaseName()) return rc;
+  if (const std::uint32_t rc = MakeBaseName(settings)) return rc;
   std::string traceIniPath;
-  if (const std::uint32_t rc = ReadSettings(traceIniPath)) return rc;
+  if (const std::uint32_t rc = ReadSettings(settings, traceIniPath)) return rc;
   if (!traceIniPath.empty()) {
-    // The trace INI is created when missing: the switches are written there.
-    std::uint32_t options = 0;
-    ZqIniGetOpt(&options);
-    ZqIniSetOpt(options | ZQINI_OPT_CREATE_MISSING);
-    const std::uint32_t rc = ZqIniCustOpen(&traceIni_, traceIniPath.c_str());
-    ZqIniSetOpt(options);
-    if (rc != 0) return rc;
+    // The trace INI is created when missing, since the switches are written
+    // there; the option goes with this open only, never to the process.
+    config::CIniRegistry* registry = config::CurrentIniRegistry();
+    if (registry == nullptr) return ZQERR_INI_NOT_STARTED;
+    if (const std::uint32_t rc =
+            registry->OpenUnlisted(traceIniPath.c_str(), ZQINI_OPT_CREATE_MISSING, traceIni_)) {
+      return rc;
+    }
   }
   {
     std::lock_guard<std::mutex> stamp(stampLock_);
@@ -127,24 +139,48 @@ std::uint32_t CLog::Open(const char* section, std::uint32_t iniHandle) {
 }
 
 void CLog::Close() noexcept {
-  std::lock_guard<std::recursive_mutex> hold(lock_);
-  if (opened_) {
-    file_.Close();
-    {
-      std::lock_guard<std::mutex> stamp(stampLock_);
-      stampValid_ = false;
+  IniRef traceIni;
+  {
+    std::lock_guard<std::mutex> hold(lock_);
+    if (opened_) {
+      file_.Close();
+      {
+        std::lock_guard<std::mutex> stamp(stampLock_);
+        stampValid_ = false;
+      }
+      opened_ = false;
     }
-    opened_ = false;
+    traceIni = std::move(traceIni_);
   }
-  if (traceIni_ != 0) {
-    ZqIniCustClose(traceIni_);
-    traceIni_ = 0;
-  }
+  if (traceIni) traceIni->Close();
 }
 
 bool CLog::IsOpen() noexcept {
-  std::lock_guard<std::recursive_mutex> hold(lock_);
+  std::lock_guard<std::mutex> hold(lock_);
   return opened_;
+}
+
+bool CLog::ReadTraceTarget(const char* category, TraceTarget& target) {
+  std::uint32_t settings;
+  {
+    std::lock_guard<std::mutex> hold(lock_);
+    char* section = target.section;
+    const std::uint32_t size = sizeof target.section;
+    const std::uint32_t length =
+        *category != '\0'
+            ? FormatToBufferF(section, size, "%s:trace:%s", section_.c_str(), category)
+            : FormatToBufferF(section, size, "%s:trace", section_.c_str());
+    if (length == 0 || length >= size - 1) return false;
+    if (traceIni_) {
+      traceIni_->AddRef();
+      target.ini = IniRef(traceIni_.Get());
+      return true;
+    }
+    settings = iniHandle_;
+  }
+  // Found outside the log's lock: a log never waits on the INI registry.
+  target.ini = config::ResolveIni(settings);
+  return true;
 }
 
 std::uint32_t CLog::StampTime(LogEntry& entry) noexcept {
@@ -187,16 +223,20 @@ std::uint32_t CLog::StampTime(LogEntry& entry) noexcept {
 }
 
 std::uint32_t CLog::BuildLine(LogEntry& entry, std::int32_t severity, const char* category,
-                              const char* format, va_list args) noexcept {
-  if (format == nullptr) return kWrongArguments;
+                              const char* prefix, const char* format, va_list args) noexcept {
+  if (format == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   std::lock_guard<std::mutex> stamp(stampLock_);
-  if (!stampValid_) return kNotOpenedYet;
+  if (!stampValid_) return ZQERR_LOG_NOT_OPENED_YET;
   std::uint32_t length = StampTime(entry);
   length += FormatToBufferF(entry.text + length, kEntrySize - length, ";%s;%s;",
                             category != nullptr ? category : "", SeverityWord(severity));
   if (length >= kEntrySize - 1) return kInternalError;
-  const std::uint32_t message =
-      common::FormatToBuffer(entry.text + length, kEntrySize - length, format, args);
+  std::uint32_t message = 0;
+  if (prefix != nullptr) {
+    message = FormatToBufferF(entry.text + length, kEntrySize - length, "%s", prefix);
+  }
+  message += common::FormatToBuffer(entry.text + length + message, kEntrySize - length - message,
+                                    format, args);
   if (message == 0) return kInternalError;
   length += message;
   if (length == kEntrySize - 1) MarkCut(entry.text, length);
@@ -204,13 +244,17 @@ std::uint32_t CLog::BuildLine(LogEntry& entry, std::int32_t severity, const char
   return 0;
 }
 
-std::uint32_t CLog::LogV(std::int32_t severity, const char* category, const char* format,
-                         va_list args) noexcept {
-  LogEntry entry;
-  if (const std::uint32_t rc = BuildLine(entry, severity, category, format, args)) return rc;
+std::uint32_t CLog::LogV(std::int32_t severity, const char* category, const char* prefix,
+                         const char* format, va_list args) noexcept {
+  const CLineBuffer buffer;
+  LogEntry* entry = buffer.Get();
+  if (entry == nullptr) return ZQERR_COMMON_NO_MEMORY;
+  if (const std::uint32_t rc = BuildLine(*entry, severity, category, prefix, format, args)) {
+    return rc;
+  }
   const ZqLogWriter writer = writer_.load(std::memory_order_acquire);
-  if (writer == FileWriter) return WriteToFile(entry.time, severity, entry.text, entry.length);
-  return writer(handle_, &entry.time, severity, entry.text);
+  if (writer == FileWriter) return WriteToFile(entry->time, severity, entry->text, entry->length);
+  return writer(handle_, &entry->time, severity, entry->text);
 }
 
 std::uint32_t CLog::Flush() noexcept {
@@ -221,13 +265,13 @@ std::uint32_t CLog::Flush() noexcept {
 
 ZqLogWriter CLog::SetWriter(ZqLogWriter writer) noexcept {
   if (writer == nullptr) return nullptr;
-  std::lock_guard<std::recursive_mutex> hold(lock_);
+  std::lock_guard<std::mutex> hold(lock_);
   return writer_.exchange(writer);
 }
 
 ZqLogFlusher CLog::SetFlusher(ZqLogFlusher flusher) noexcept {
   if (flusher == nullptr) return nullptr;
-  std::lock_guard<std::recursive_mutex> hold(lock_);
+  std::lock_guard<std::mutex> hold(lock_);
   return flusher_.exchange(flusher);
 }
 

@@ -3,11 +3,13 @@
 // macro, so every form of a call is the same few lines.
 #include <atomic>
 #include <cstdarg>
+#include <cstring>
 
 #include "common/printf_engine.h"
 #include "log/log_registry.h"
 #include "log/trace.h"
 #include "os/edge.h"
+#include "os/memory.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqlog.h"
 
@@ -18,36 +20,46 @@ using zq::log::ResolveLog;
 namespace {
 
 constexpr std::uint32_t kPrefixSize = 1024;
+// A line with a code was once built as one format, the prefix (its "%"
+// signs doubled) followed by the caller's format, in a buffer of this size:
+// a format too long for what remained was cut there.
+constexpr std::uint32_t kWholeFormatSize = kPrefixSize * 2 + zq::log::kEntrySize;
 
 // Set to 1.0 by ZqLogOpen; kept for compatibility, nothing reads it.
 std::atomic<float> g_logScale{0.0f};
 
 void LogV(uint32_t handle, int32_t severity, const char* category, const char* format,
           va_list args) noexcept {
-  if (const auto log = ResolveLog(handle)) log->LogV(severity, category, format, args);
+  if (const auto log = ResolveLog(handle)) log->LogV(severity, category, nullptr, format, args);
 }
 
+// The prefix "zqerr <code>=0x<code> - '<text>';" goes into the line as it
+// is, ahead of the caller's formatted text.
 void LogWithCodeV(uint32_t handle, uint32_t code, int32_t severity, const char* category,
                   const char* format, va_list args) noexcept {
   if (format == nullptr) return;
+  const auto log = ResolveLog(handle);
+  if (!log) return;
   char prefix[kPrefixSize];
   const uint32_t length = zq::common::FormatToBufferF(prefix, kPrefixSize, "zqerr %u=0x%X - '%s';",
                                                       code, code, ZqErrGetDescrStr(code));
   if (length == 0) return;
   if (length == kPrefixSize - 1) zq::log::MarkCut(prefix, length);
-  // The caller's format follows the prefix; the prefix's own "%" signs were
-  // consumed when it was formatted, so they are doubled back.
-  char whole[kPrefixSize * 2 + zq::log::kEntrySize];
-  uint32_t at = 0;
-  for (uint32_t i = 0; i < length; ++i) {
-    if (prefix[i] == '%') whole[at++] = '%';
-    whole[at++] = prefix[i];
+  uint32_t doubled = length;
+  for (uint32_t i = 0; i < length; ++i)
+    doubled += prefix[i] == '%' ? 1 : 0;
+  const std::size_t room = kWholeFormatSize - 1 - doubled;
+  if (std::strlen(format) <= room) {
+    log->LogV(severity, category, prefix, format, args);
+    return;
   }
-  uint32_t i = 0;
-  for (; format[i] != '\0' && at < sizeof whole - 1; ++i)
-    whole[at++] = format[i];
-  whole[at] = '\0';
-  LogV(handle, severity, category, whole, args);
+  // Only a format of some 17000 characters comes here: it is cut as before.
+  char* cut = static_cast<char*>(zq::os::Allocate(room + 1));
+  if (cut == nullptr) return;
+  std::memcpy(cut, format, room);
+  cut[room] = '\0';
+  log->LogV(severity, category, prefix, cut, args);
+  zq::os::Release(cut);
 }
 
 // A trace-checking call: decide with the form's initial switch, and log
@@ -62,6 +74,8 @@ uint32_t CheckThenLog(uint32_t handle, int32_t severity, const char* category, c
   log();
   return 1;
 }
+
+constexpr auto kInternalError = static_cast<uint32_t>(ZQERR_COMMON_INTERNAL_ERROR);
 
 }  // namespace
 
@@ -129,19 +143,19 @@ uint32_t CheckThenLog(uint32_t handle, int32_t severity, const char* category, c
 
 extern "C" {
 
-ZQ_LOG_TRACED_CALL(ZqLog, (const char* format), ZQLOG_DEFAULT_HANDLE, 0, "")
+ZQ_LOG_TRACED_CALL(ZqLog, (const char* format), ZQLOG_DEFAULT_HANDLE, ZQLOG_INFO, "")
 ZQ_LOG_TRACED_CALL(ZqLogEx, (int32_t severity, const char* category, const char* format),
                    ZQLOG_DEFAULT_HANDLE, severity, category)
-ZQ_LOG_TRACED_CALL(ZqLogCust, (uint32_t handle, const char* format), handle, 0, "")
+ZQ_LOG_TRACED_CALL(ZqLogCust, (uint32_t handle, const char* format), handle, ZQLOG_INFO, "")
 ZQ_LOG_TRACED_CALL(ZqLogCustEx,
                    (uint32_t handle, int32_t severity, const char* category, const char* format),
                    handle, severity, category)
-ZQ_LOG_SEVERITY_CALLS(Info, 0, ZQ_LOG_TRACED_CALL)
-ZQ_LOG_SEVERITY_CALLS(Warning, 1, ZQ_LOG_TRACED_CALL)
-ZQ_LOG_SEVERITY_CALLS(Error, 2, ZQ_LOG_TRACED_CALL)
-ZQ_LOG_SEVERITY_CALLS(Fatal, 3, ZQ_LOG_PLAIN_CALL)
-ZQ_LOG_CODE_CALLS(Error, 2, ZQ_LOG_TRACED_CODE_CALL)
-ZQ_LOG_CODE_CALLS(Fatal, 3, ZQ_LOG_CODE_CALL)
+ZQ_LOG_SEVERITY_CALLS(Info, ZQLOG_INFO, ZQ_LOG_TRACED_CALL)
+ZQ_LOG_SEVERITY_CALLS(Warning, ZQLOG_WARNING, ZQ_LOG_TRACED_CALL)
+ZQ_LOG_SEVERITY_CALLS(Error, ZQLOG_ERROR, ZQ_LOG_TRACED_CALL)
+ZQ_LOG_SEVERITY_CALLS(Fatal, ZQLOG_FATAL, ZQ_LOG_PLAIN_CALL)
+ZQ_LOG_CODE_CALLS(Error, ZQLOG_ERROR, ZQ_LOG_TRACED_CODE_CALL)
+ZQ_LOG_CODE_CALLS(Fatal, ZQLOG_FATAL, ZQ_LOG_CODE_CALL)
 
 ZQ_API int32_t ZqLogCustExv(uint32_t handle, int32_t severity, const char* category,
                             const char* format, va_list args) {
@@ -177,7 +191,7 @@ ZQ_API uint32_t ZqLogOpen(const char* section) {
 ZQ_API uint32_t ZqLogOpenEx(const char* section, uint32_t iniHandle) {
   return Guarded([&]() -> uint32_t {
     const auto log = ResolveLog(ZQLOG_DEFAULT_HANDLE);
-    return log ? log->Open(section, iniHandle) : zq::kInternalError;
+    return log ? log->Open(section, iniHandle) : kInternalError;
   });
 }
 
@@ -195,12 +209,11 @@ ZQ_API uint32_t ZqLogCustOpen(uint32_t* handle, const char* section) {
 }
 
 ZQ_API uint32_t ZqLogCustOpenEx(uint32_t* handle, const char* section, uint32_t iniHandle) {
-  if (handle == nullptr) return zq::kWrongArguments;
+  if (handle == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   *handle = 0;
   return Guarded([&]() -> uint32_t {
     zq::log::CLogRegistry* registry = CurrentLogRegistry();
-    return registry != nullptr ? registry->OpenCustom(handle, section, iniHandle)
-                               : zq::kInternalError;
+    return registry != nullptr ? registry->OpenCustom(handle, section, iniHandle) : kInternalError;
   });
 }
 
@@ -214,7 +227,7 @@ ZQ_API void ZqLogCustClose(uint32_t handle) {
 ZQ_API uint32_t ZqLogCustFlush(uint32_t handle) {
   return Guarded([&]() -> uint32_t {
     const auto log = ResolveLog(handle);
-    return log ? log->Flush() : zq::log::kInvalidLogHandle;
+    return log ? log->Flush() : static_cast<uint32_t>(ZQERR_LOG_INVALID_LOG_HANDLE);
   });
 }
 

@@ -1,11 +1,10 @@
-// The log registry: the default log and the handle table of custom logs. Its
-// lock only guards the table; it is never held while a log's lock is taken.
+// The log registry: the default log and the handle table of custom logs.
+// The table's lock is never held while a log's lock is taken.
 #pragma once
 
 #include <cstdint>
-#include <map>
-#include <mutex>
 
+#include "common/handle_table.h"
 #include "common/ref_counted.h"
 #include "log/log.h"
 
@@ -22,14 +21,14 @@ class CLogRegistry {
   // The log a handle names, with a reference for the caller; empty for 0 or
   // an unknown handle.
   common::CRef<CLog> Resolve(std::uint32_t handle);
+  // Opens a log and lists it; its id is issued only once it is open.
+  // `handle` is set on success only.
   std::uint32_t OpenCustom(std::uint32_t* handle, const char* section, std::uint32_t iniHandle);
   void Close(std::uint32_t handle);
 
  private:
   CLog* default_;
-  std::mutex lock_;  // guards the table
-  std::map<std::uint32_t, CLog*> handles_;
-  std::uint32_t lastHandle_ = 0;
+  common::CHandleTable<CLog> handles_;
 };
 
 // The registry of the live library object; null before load and after

@@ -7,17 +7,19 @@
 #include "common/printf_engine.h"
 #include "log/log.h"
 #include "log/log_registry.h"
-#include "os/edge.h"
 #include "os/file.h"
 #include "os/system_log.h"
+#include "zqsys/zqerr.h"
 
 namespace zq::log {
 
 void SystemLogV(std::uint32_t severity, const char* category, bool toConsole, const char* format,
                 va_list args) noexcept {
   if (format == nullptr) return;
-  char text[kEntrySize];
-  const std::uint32_t length = common::FormatToBuffer(text, sizeof text, format, args);
+  const CLineBuffer buffer;
+  if (buffer.Get() == nullptr) return;
+  char* text = buffer.Get()->text;
+  const std::uint32_t length = common::FormatToBuffer(text, kEntrySize, format, args);
   if (length == 0) return;
   if (length == kEntrySize - 1) MarkCut(text, length);
   os::WriteSystemLog(static_cast<int>(severity), category, text);
@@ -34,23 +36,23 @@ void SystemLogF(std::uint32_t severity, const char* category, bool toConsole, co
 
 std::uint32_t CLog::WriteToFile(const ZQTIME& time, std::int32_t severity, const char* line,
                                 std::size_t length) noexcept {
-  std::lock_guard<std::recursive_mutex> hold(lock_);
-  if (!opened_) return kNotOpenedYet;
-  if (severity == 3 && settings_.toSyslog == 1) {
+  std::lock_guard<std::mutex> hold(lock_);
+  if (!opened_) return ZQERR_LOG_NOT_OPENED_YET;
+  if (severity == ZQLOG_FATAL && settings_.toSyslog == 1) {
     // The line goes to the system log as data. It is never used as a format
     // again, so a "%" a caller's argument put into it stays a "%".
-    os::WriteSystemLog(3, "", line);
+    os::WriteSystemLog(ZQLOG_FATAL, "", line);
   }
   if (settings_.toConsole == 1) os::WriteConsoleLine(line, length);
-  if (!EnsureFile(time)) return kInternalError;
+  if (!EnsureFile(time)) return ZQERR_COMMON_INTERNAL_ERROR;
   file_.WriteLine(line, length);
-  if (severity == 3) file_.Flush();
+  if (severity == ZQLOG_FATAL) file_.Flush();
   return 0;
 }
 
 std::uint32_t CLog::FlushFile() noexcept {
-  std::lock_guard<std::recursive_mutex> hold(lock_);
-  if (!opened_) return kNotOpenedYet;
+  std::lock_guard<std::mutex> hold(lock_);
+  if (!opened_) return ZQERR_LOG_NOT_OPENED_YET;
   if (file_.IsOpen()) file_.Flush();
   return 0;
 }
@@ -64,11 +66,10 @@ bool CLog::EnsureFile(const ZQTIME& time) noexcept {
       }
       file_.Close();
       fileYear_ = time.year, fileMonth_ = time.month, fileDay_ = time.day;
-      char name[PATH_MAX];
-      const std::uint32_t length =
-          common::FormatToBufferF(name, sizeof name, "%s.%04u%02u%02u%s", base_.c_str(), time.year,
-                                  time.month, time.day, extension_.c_str());
-      if (length == 0 || length >= PATH_MAX - 1) return false;
+      char date[16];
+      common::FormatToBufferF(date, sizeof date, ".%04u%02u%02u", time.year, time.month, time.day);
+      const std::string name = base_ + date + extension_;
+      if (name.size() >= PATH_MAX - 1) return false;
       return OpenFile(name);
     }
     if (file_.IsOpen()) return true;
@@ -79,13 +80,14 @@ bool CLog::EnsureFile(const ZQTIME& time) noexcept {
   }
 }
 
+// Names are built on the heap: a log call that opens its file must not
+// spend a PATH_MAX buffer of the caller's stack. They are cut as a buffer of
+// PATH_MAX bytes would cut them.
 std::string CLog::IndexedName(int index) const {
-  char name[PATH_MAX];
-  if (index == 0) {
-    common::FormatToBufferF(name, sizeof name, "%s%s", base_.c_str(), extension_.c_str());
-  } else {
-    common::FormatToBufferF(name, sizeof name, "%s.%d%s", base_.c_str(), index, extension_.c_str());
-  }
+  std::string name = base_;
+  if (index != 0) name.append(".").append(std::to_string(index));
+  name.append(extension_);
+  if (name.size() > PATH_MAX - 1) name.resize(PATH_MAX - 1);
   return name;
 }
 
@@ -106,7 +108,7 @@ void CLog::Rotate() {
 bool CLog::OpenFile(const std::string& name) noexcept {
   if (file_.Open(name, settings_.cache)) return true;
   if (settings_.toSyslog == 1) {
-    SystemLogF(3, kDefaultSection, settings_.toConsole == 1,
+    SystemLogF(ZQLOG_FATAL, kDefaultSection, settings_.toConsole == 1,
                "Couldn't open log file;errno %d;file '%s'", errno, name.c_str());
   }
   return false;
@@ -114,15 +116,15 @@ bool CLog::OpenFile(const std::string& name) noexcept {
 
 std::uint32_t FileWriter(std::uint32_t handle, const ZQTIME* time, std::int32_t severity,
                          const char* line) {
-  if (time == nullptr || line == nullptr) return kWrongArguments;
+  if (time == nullptr || line == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   const common::CRef<CLog> log = ResolveLog(handle);
-  if (!log) return kInvalidLogHandle;
+  if (!log) return ZQERR_LOG_INVALID_LOG_HANDLE;
   return log->WriteToFile(*time, severity, line, std::strlen(line));
 }
 
 std::uint32_t FileFlusher(std::uint32_t handle) {
   const common::CRef<CLog> log = ResolveLog(handle);
-  if (!log) return kInvalidLogHandle;
+  if (!log) return ZQERR_LOG_INVALID_LOG_HANDLE;
   return log->FlushFile();
 }
 

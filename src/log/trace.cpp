@@ -2,15 +2,15 @@
 
 #include <cstring>
 
-#include "common/printf_engine.h"
+#include "config/ini_text.h"
 #include "log/log_registry.h"
-#include "zqsys/zqini.h"
+#include "zqsys/zqerr.h"
 #include "zqsys/zqlog.h"
 
 namespace zq::log {
 namespace {
 
-constexpr std::uint32_t kSectionSize = 256;
+constexpr std::int32_t kMissing = -1;
 
 // A format that could not serve as an INI key.
 bool IsBadFormat(const char* format) noexcept {
@@ -25,41 +25,37 @@ bool IsBadFormat(const char* format) noexcept {
 
 const char* TraceWord(std::uint32_t severity) noexcept {
   static const char* const kWords[] = {"info", "warning", "error"};
-  return severity < 3 ? kWords[severity] : nullptr;
+  return severity < ZQLOG_FATAL ? kWords[severity] : nullptr;
 }
 
-// A decision writes to an INI, and a failing INI write reports itself
-// through the log-on-error path, which asks for a decision again; on this
-// thread that nested decision answers "undecided" instead of recursing.
-thread_local bool t_deciding = false;
-
-struct DecidingScope {
-  DecidingScope() noexcept { t_deciding = true; }
-  ~DecidingScope() { t_deciding = false; }
-};
-
-// Reads a switch; a missing one gets `initial`, written to the INI.
-std::int32_t ReadSwitch(std::uint32_t ini, const char* section, const char* key,
-                        std::int32_t initial, std::uint32_t handle, const char* failure,
-                        std::uint32_t severity, const char* category, const char* format) {
-  std::int32_t value = ZqIniCustGetInt(ini, section, key, -1);
-  if (value != -1) return value;
-  if (ZqIniCustWriteInt(ini, section, key, initial) != 0) {
-    ZqLogCustErrorEx(handle, "ZqTrace", failure, severity, category, format);
-  }
+// Reads a switch; a missing one gets `initial`, written to the INI. The
+// write goes through the INI object, not the exported functions, so its
+// failure is reported here once rather than through log-on-error. A switch
+// is written again whenever it is found missing, so the write does not wait
+// for the directory sync that would make its rename survive a crash.
+std::int32_t ReadSwitch(const TraceTarget& target, const char* key, std::int32_t initial,
+                        std::uint32_t handle, const char* failure, std::uint32_t severity,
+                        const char* category, const char* format) {
+  config::CIniObject* ini = target.ini.Get();
+  const std::int32_t value = ini != nullptr ? ini->GetInt(target.section, key, kMissing) : kMissing;
+  if (value != kMissing) return value;
+  const std::uint32_t rc =
+      ini != nullptr ? ini->WriteStr(target.section, key, config::DecimalText(initial).text,
+                                     config::IniSync::kRenameMayBeLost)
+                     : static_cast<std::uint32_t>(ZQERR_INI_INVALID_INI_HANDLE);
+  if (rc != 0) ZqLogCustErrorEx(handle, "ZqTrace", failure, severity, category, format);
   return initial;
 }
 
-std::int32_t DecideLocked(CLog& log, std::uint32_t severity, const char* category,
-                          const char* format, std::uint32_t initial) {
+// The decision for a log found by its handle. Only the switches' section and
+// INI are read under the log's lock; the INI is read and written, and
+// troubles are logged, without it, so threads logging meanwhile never wait
+// for a switch file's write.
+std::int32_t Decide(CLog& log, std::uint32_t severity, const char* category, const char* format,
+                    std::uint32_t initial) {
   const std::uint32_t handle = log.Handle();
-  char section[kSectionSize];
-  const std::uint32_t length =
-      *category != '\0'
-          ? common::FormatToBufferF(section, kSectionSize, "%s:trace:%s", log.Section().c_str(),
-                                    category)
-          : common::FormatToBufferF(section, kSectionSize, "%s:trace", log.Section().c_str());
-  if (length == 0 || length >= kSectionSize - 1) {
+  TraceTarget target;
+  if (!log.ReadTraceTarget(category, target)) {
     ZqLogCustFatalEx(handle, "ZqSysLog", "Error in %s (%d)", "Log", 674);
     return kUndecided;
   }
@@ -70,9 +66,8 @@ std::int32_t DecideLocked(CLog& log, std::uint32_t severity, const char* categor
                      category, format);
     return kUndecided;
   }
-  const std::uint32_t ini = log.TraceIni();
   const std::int32_t value =
-      ReadSwitch(ini, section, format, static_cast<std::int32_t>(initial), handle,
+      ReadSwitch(target, format, static_cast<std::int32_t>(initial), handle,
                  "Couldn't save initial trace state to the INI;severity %d;category '%s';fmt '%s'",
                  severity, category, format);
   if (value == 0) return 0;
@@ -82,7 +77,7 @@ std::int32_t DecideLocked(CLog& log, std::uint32_t severity, const char* categor
     return kUndecided;
   }
   const std::int32_t allowed = ReadSwitch(
-      ini, section, word, 1, handle,
+      target, word, 1, handle,
       "Couldn't save initial severity trace state to the INI;severity %d;category '%s';fmt '%s'",
       severity, category, format);
   return allowed != 0 ? 1 : 0;
@@ -92,20 +87,17 @@ std::int32_t DecideLocked(CLog& log, std::uint32_t severity, const char* categor
 
 std::int32_t DecideTrace(std::uint32_t handle, std::uint32_t severity, const char* category,
                          const char* format, std::uint32_t initial) noexcept {
-  if (severity == 3) return 1;
+  if (severity == ZQLOG_FATAL) return 1;
   if (format == nullptr) format = "";
   if (category == nullptr) category = "";
   if (IsBadFormat(format)) {
     ZqLogCustErrorEx(handle, "ZQTRACE", "Bad format string '%s'", format);
     return kUndecided;
   }
-  if (t_deciding) return kUndecided;
   try {
     const common::CRef<CLog> log = ResolveLog(handle);
     if (!log) return kUndecided;
-    std::lock_guard<std::recursive_mutex> hold(log->Lock());
-    DecidingScope scope;
-    return DecideLocked(*log.Get(), severity, category, format, initial);
+    return Decide(*log.Get(), severity, category, format, initial);
   } catch (...) {
     return kUndecided;
   }

@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstring>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "msg/message.h"
 #include "msg/stream_engine.h"
 #include "os/edge.h"

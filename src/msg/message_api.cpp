@@ -1,7 +1,7 @@
 // The exported functions of the message object and its block.
 #include <cstring>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "msg/message.h"
 #include "msg/stream_engine.h"
 #include "os/edge.h"

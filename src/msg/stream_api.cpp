@@ -1,7 +1,7 @@
 // The exported functions of the binary composer and parser.
 #include <cstdarg>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "msg/binary_objects.h"
 #include "os/edge.h"
 #include "os/memory.h"

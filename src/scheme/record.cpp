@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "log/log_site.h"
 #include "os/edge.h"
 #include "os/memory.h"

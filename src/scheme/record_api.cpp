@@ -4,7 +4,7 @@
 // number.
 #include <cstdint>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "log/log_site.h"
 #include "os/edge.h"
 #include "scheme/record.h"

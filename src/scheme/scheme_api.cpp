@@ -2,8 +2,8 @@
 // construction, the consistency check and dumps.
 #include <algorithm>
 
+#include "common/error_site.h"
 #include "common/sized_text.h"
-#include "log/log_on_error.h"
 #include "log/log_site.h"
 #include "os/edge.h"
 #include "scheme/scheme_objects.h"

@@ -3,7 +3,7 @@
 // back, and the line writer CbkSaveToDb.
 #include <cstdio>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "log/log_site.h"
 #include "os/edge.h"
 #include "scheme/scheme_objects.h"

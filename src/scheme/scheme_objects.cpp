@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "log/log_site.h"
 #include "zqsys/zqerr.h"
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/error_site.h"
 #include "common/sized_text.h"
-#include "log/log_on_error.h"
 #include "os/edge.h"
 #include "scheme/scheme_objects.h"
 #include "zqsys/zqerr.h"

@@ -4,7 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "log/log_on_error.h"
+#include "common/error_site.h"
 #include "zqsys/zqstream.h"
 
 namespace {
@@ -32,9 +32,9 @@ class LogOnError : public ::testing::Test {
  protected:
   void SetUp() override {
     g_calls.clear();
-    zq::log::SetErrorSiteHooksForTesting({RecordCheck, RecordLog});
+    zq::common::SetErrorSiteHooksForTesting({RecordCheck, RecordLog});
   }
-  void TearDown() override { zq::log::SetErrorSiteHooksForTesting({nullptr, nullptr}); }
+  void TearDown() override { zq::common::SetErrorSiteHooksForTesting({nullptr, nullptr}); }
 };
 
 // Each call of these functions is one call site with its own switch.

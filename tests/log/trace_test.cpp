@@ -1,12 +1,20 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "common/error_site.h"
 #include "log/log_site.h"
 #include "log_test_util.h"
+#include "os/file.h"
+#include "zqsys/zqerr.h"
 
 namespace {
 
@@ -81,6 +89,117 @@ TEST_F(Trace, BadFormats) {
     EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 0, "", format, 1), -1) << format;
   }
   EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 0, "", "fine [x]", 1), 1);
+}
+
+// A failing switch write is reported to the log once; it does not go
+// through log-on-error, which would ask for a trace decision again.
+TEST_F(Trace, FailedSwitchWriteIsLoggedWithoutLogOnError) {
+  const uint32_t log = OpenTraced();
+  static int errorSiteCalls = 0;
+  zq::common::SetErrorSiteHooksForTesting(
+      {[](uint32_t, const char*, const char*, const char*, int) -> uint32_t {
+         ++errorSiteCalls;
+         return 1;
+       },
+       [](uint32_t, const char*, const char*, const char*, int) { ++errorSiteCalls; }});
+  zq::os::FailFileStepForTesting(zq::os::FileStep::kRename);
+  EXPECT_EQ(trcheck_ZqLogCustErrorEx_(log, "c", "lost %d", 1), 1u);
+  zq::os::FailFileStepForTesting(zq::os::FileStep::kNone);
+  zq::common::SetErrorSiteHooksForTesting({nullptr, nullptr});
+  EXPECT_EQ(errorSiteCalls, 0);
+  EXPECT_EQ(Switch("zqsyslog:trace:c", "lost %d"), -1);
+  EXPECT_EQ(Switch("zqsyslog:trace:c", "error"), 1);
+  Close(log);
+  EXPECT_EQ(File("app.txt"),
+            ";ZqTrace;error;Couldn't save initial trace state to the INI;severity 2;category "
+            "'c';fmt 'lost %d'\n;c;error;lost 1\n");
+}
+
+// Through the reporter the library installs at load, an error site that
+// its switch enables logs each failure to the default log.
+TEST_F(Trace, EnabledErrorSiteLogsToTheDefaultLog) {
+  Settings("logfile=" + (dir_ / "app.txt").string() +
+           "\nlogtime=0\n[zqsyslog:trace:RETURN_ZQERR]\nLine %s:%d=1\n");
+  ASSERT_EQ(ZqLogOpenEx(nullptr, ini_), 0u);
+  const auto ignore = [](const char*, void*) -> uint32_t { return 0; };
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(ZqIniCustEnumSections(12345, ignore, nullptr),
+              uint32_t{ZQERR_INI_INVALID_INI_HANDLE});
+  ZqLogClose();
+  const std::string text = File("app.txt");
+  const std::string line =
+      ";RETURN_ZQERR;error;zqerr 16389=0x4005 - 'INI:INVALID_INI_HANDLE';Line ";
+  const std::size_t first = text.find(line);
+  ASSERT_NE(first, std::string::npos) << text;
+  EXPECT_NE(text.find(line, first + 1), std::string::npos) << text;
+  EXPECT_NE(text.find("ini_api.cpp:"), std::string::npos) << text;
+}
+
+// A log opens its trace INI with the create option of its own: another
+// thread's open of a missing file fails meanwhile, and the process option
+// stays off.
+TEST_F(Trace, TraceIniOpensLeaveTheProcessOptionAlone) {
+  Settings("logfile=" + (dir_ / "app.txt").string() +
+           "\ntraceini=" + (dir_ / "trace/switches.ini").string() + "\n");
+  std::atomic<int> opening{2};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 2; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 100; ++i) {
+        uint32_t log = 0;
+        ASSERT_EQ(ZqLogCustOpenEx(&log, nullptr, ini_), 0u);
+        ZqLogCustClose(log);
+      }
+      --opening;
+    });
+  }
+  const std::string missing = (dir_ / "missing.ini").string();
+  do {
+    uint32_t handle = 0;
+    ASSERT_EQ(ZqIniCustOpen(&handle, missing.c_str()), uint32_t{ZQERR_INI_FILE_NOT_FOUND});
+    uint32_t options = 1;
+    ASSERT_EQ(ZqIniGetOpt(&options), 0u);
+    ASSERT_EQ(options, 0u);
+  } while (opening > 0);
+  for (auto& thread : threads)
+    thread.join();
+  EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+// True once a thread of this process waits for a flock on the file.
+bool SomeoneWaitsForLockOn(const std::filesystem::path& path) {
+  struct stat about {};
+  if (stat(path.c_str(), &about) != 0) return false;
+  const std::string inode = ":" + std::to_string(about.st_ino) + " ";
+  std::istringstream locks(zqtest::ReadFile("/proc/locks"));
+  for (std::string line; std::getline(locks, line);) {
+    if (line.find("->") != std::string::npos && line.find(inode) != std::string::npos) return true;
+  }
+  return false;
+}
+
+// A thread whose first trace decision waits to write its switch does not
+// hold up the lines of other threads to the same log.
+TEST_F(Trace, LinesDoNotWaitForASwitchWrite) {
+  const uint32_t log = OpenTraced();
+  const auto switches = dir_ / "trace/switches.ini";
+  const int held = open(switches.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(held, 0);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  std::thread decider([log] { EXPECT_EQ(trcheck_ZqLogCustError_(log, "first %d", 1), 1u); });
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!SomeoneWaitsForLockOn(switches) && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  auto line = std::async(std::launch::async, [log] { ZqLogCustInfo(log, "meanwhile"); });
+  const bool logged = line.wait_until(deadline) == std::future_status::ready;
+  flock(held, LOCK_UN);
+  close(held);
+  decider.join();
+  line.wait();
+  EXPECT_TRUE(logged);
+  EXPECT_EQ(Switch("zqsyslog:trace", "first %d"), 1);
+  Close(log);
+  EXPECT_EQ(File("app.txt"), ";;;meanwhile\n;;error;first 1\n");
 }
 
 void LogAtOneSite(int round) {
