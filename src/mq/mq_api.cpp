@@ -1,0 +1,175 @@
+// The exported message-queue functions: check the arguments, look the
+// handle up, run one operation of the connection, return its code.
+#include <string>
+
+#include "common/error_site.h"
+#include "mq/conn_string.h"
+#include "mq/connection_registry.h"
+#include "os/edge.h"
+#include "zqsys/zqerr.h"
+#include "zqsys/zqmq.h"
+
+using zq::Guarded;
+using zq::GuardedOr;
+using zq::mq::CConnection;
+using zq::mq::CConnectionRegistry;
+using zq::mq::CurrentConnectionRegistry;
+
+namespace {
+
+constexpr auto kInvalidHandle = static_cast<uint32_t>(ZQERR_MQ_INVALID_CONN_HANDLE);
+constexpr auto kNotStarted = static_cast<uint32_t>(ZQERR_MQ_NOT_INITIALIZED_YET);
+
+zq::common::CRef<CConnection> Lookup(uint32_t handle) noexcept {
+  CConnectionRegistry* registry = CurrentConnectionRegistry();
+  return registry != nullptr ? registry->Find(handle) : zq::common::CRef<CConnection>();
+}
+
+// Runs `call` on the connection a handle names; 0x600A when it names none.
+template <class Call>
+uint32_t OnConnection(uint32_t handle, Call call) {
+  return Guarded([&]() -> uint32_t {
+    const auto connection = Lookup(handle);
+    return connection ? call(*connection) : kInvalidHandle;
+  });
+}
+
+}  // namespace
+
+extern "C" {
+
+ZQ_API uint32_t ZqMQStartup(void) {
+  CConnectionRegistry* registry = CurrentConnectionRegistry();
+  return registry != nullptr ? registry->Startup() : kNotStarted;
+}
+
+ZQ_API void ZqMQCleanup(void) {
+  if (CConnectionRegistry* registry = CurrentConnectionRegistry()) registry->Cleanup();
+}
+
+ZQ_API uint32_t ZqMQCreateConnection(uint32_t* handle) {
+  if (handle == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  *handle = 0;
+  CConnectionRegistry* registry = CurrentConnectionRegistry();
+  if (registry == nullptr) return kNotStarted;
+  return ZQ_RETURN_ZQERR(registry->Create(*handle));
+}
+
+ZQ_API uint32_t ZqMQFreeConnection(uint32_t handle) {
+  if (handle == 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  CConnectionRegistry* registry = CurrentConnectionRegistry();
+  return registry != nullptr ? registry->Free(handle) : kInvalidHandle;
+}
+
+ZQ_API uint32_t ZqMQSetOpt(uint32_t handle, int32_t options) {
+  if ((static_cast<uint32_t>(options) & ~ZQMQ_OPT_TCP_NODELAY) != 0) {
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
+  }
+  return OnConnection(handle, [&](CConnection& connection) {
+    return connection.SetOptions(static_cast<uint32_t>(options));
+  });
+}
+
+ZQ_API uint32_t ZqMQGetOpt(uint32_t handle, uint32_t* options) {
+  if (options == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) {
+    *options = connection.Options();
+    return 0u;
+  });
+}
+
+ZQ_API uint32_t ZqMQSetLocalTimeout(uint32_t handle, uint32_t milliseconds) {
+  return OnConnection(handle, [&](CConnection& connection) {
+    connection.SetLocalTimeout(milliseconds);
+    return 0u;
+  });
+}
+
+ZQ_API uint32_t ZqMQGetStatus(uint32_t handle, uint32_t* status) {
+  if (status == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) {
+    *status = connection.Status();
+    return 0u;
+  });
+}
+
+ZQ_API uint32_t ZqMQGetLastLoginId(uint32_t handle, uint32_t* id) {
+  if (id == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) {
+    *id = connection.LastLoginId();
+    return 0u;
+  });
+}
+
+ZQ_API uint32_t ZqMQGetStateLoginId(uint32_t handle, uint32_t* id) {
+  if (id == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) {
+    *id = connection.StateLoginId();
+    return 0u;
+  });
+}
+
+ZQ_API uint32_t ZqMQConnectEx(uint32_t handle, const char* text, uint32_t timeout,
+                              uint32_t* fatal) {
+  uint32_t ignored = 0;
+  uint32_t& retryless = fatal != nullptr ? *fatal : ignored;
+  retryless = 1;
+  if (text == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return Guarded([&]() -> uint32_t {
+    zq::mq::ConnString target;
+    if (const uint32_t rc = zq::mq::ParseConnString(text, target); rc != 0) return rc;
+    const auto connection = Lookup(handle);
+    if (!connection) return kInvalidHandle;
+    return ZQ_RETURN_ZQERR(connection->Connect(target, timeout, retryless));
+  });
+}
+
+ZQ_API uint32_t ZqMQConnect(uint32_t handle, const char* appName, uint16_t port, uint32_t timeout,
+                            const char* host, const char* password, uint32_t* fatal) {
+  if (fatal != nullptr) *fatal = 1;
+  if (appName == nullptr || *appName == '\0') return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return Guarded([&]() -> uint32_t {
+    std::string text = std::string("APPNAME=") + appName + ";PORT=" + std::to_string(port);
+    if (host != nullptr && *host != '\0') text += std::string(";HOST=") + host;
+    if (password != nullptr && *password != '\0') text += std::string(";PASSWORD=") + password;
+    return ZqMQConnectEx(handle, text.c_str(), timeout, fatal);
+  });
+}
+
+ZQ_API uint32_t ZqMQDisconnect(uint32_t handle) {
+  return OnConnection(handle, [](CConnection& connection) { return connection.Disconnect(); });
+}
+
+ZQ_API uint32_t ZqMQLogin(uint32_t handle, const char* login, uint32_t* id) {
+  if (login == nullptr || id == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) {
+    return ZQ_RETURN_ZQERR(connection.Login(login, *id));
+  });
+}
+
+ZQ_API uint32_t ZqMQLogout(uint32_t handle) {
+  return OnConnection(handle,
+                      [](CConnection& connection) { return ZQ_RETURN_ZQERR(connection.Logout()); });
+}
+
+ZQ_API uint32_t ZqMQGetNodeName(uint32_t handle, char* buffer, uint32_t* size) {
+  if (size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle,
+                      [&](CConnection& connection) { return connection.NodeName(buffer, size); });
+}
+
+ZQ_API uint32_t ZqMQGetAppName(uint32_t handle, char* buffer, uint32_t* size) {
+  if (size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle,
+                      [&](CConnection& connection) { return connection.AppName(buffer, size); });
+}
+
+ZQ_API uint32_t ZqMQIsAdmin(const char* name, uint32_t handle) {
+  if (name == nullptr) return 0;
+  return GuardedOr<uint32_t>(0, [&]() -> uint32_t {
+    const auto connection = Lookup(handle);
+    return connection && connection->IsAdmin(name) ? 1u : 0u;
+  });
+}
+
+}  // extern "C"
