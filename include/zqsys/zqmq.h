@@ -129,6 +129,51 @@ ZQ_API uint32_t ZqMQGetAppName(uint32_t handle, char* buffer, uint32_t* size);
  * Not a result code. */
 ZQ_API uint32_t ZqMQIsAdmin(const char* name, uint32_t handle);
 
+/* ---- Sending and receiving ---- */
+
+/* Posts a message (no reply expected) and waits up to the local timeout for
+ * the router's answer, which is the result. A message whose "Zq_Flags" has
+ * bit 0 set asks for guaranteed delivery: the router's id is then written
+ * into its "Zq_GrntId". */
+ZQ_API uint32_t ZqMQPostMsg(uint32_t handle, HZQMSG message);
+
+/* Answers the received `request` with `reply`: "Zq_ReplyId" and "Zq_To" are
+ * taken from the request's "Zq_SendId" and "Zq_From".
+ * MQ:ORIGMSG_NOT_SEND (0x6007) or MQ:ORIGMSG_BAD_ADDR_FROM (0x6008) when the
+ * request has none. */
+ZQ_API uint32_t ZqMQPostReplyMsg(uint32_t handle, HZQMSG request, HZQMSG reply);
+
+/* Sends a request and waits for its reply (the router enforces `timeout`);
+ * *reply is the reply, or a system message ("Zq_Category" "Zq_System" and
+ * the send id as "Zq_ReplyId") when the router says no reply came. The send
+ * id is written into the message's "Zq_SendId". */
+ZQ_API uint32_t ZqMQSendMsg(uint32_t handle, HZQMSG message, HZQMSG* reply, uint32_t timeout);
+
+/* Sends a request whose reply (or reply-failed notice) is handed to
+ * callback(reply, context) by a later ZqMQGetMsg or ZqMQPeekMsg on this
+ * connection instead of being returned. */
+ZQ_API uint32_t ZqMQAsyncSendMsg(uint32_t handle, HZQMSG message, uint32_t timeout,
+                                 ZqMQReplyCallback callback, void* context);
+
+/* Takes the next incoming message within `timeout` milliseconds (0: only
+ * what is already there): *message is a new handle the caller frees, or
+ * null with result 0 when the call consumed a message meant for the library
+ * (a system ping, a statistics request, an asynchronous reply). MQ:TIMEOUT
+ * (0x6004) when nothing came. Peek leaves the message in place, so the next
+ * Get or Peek returns it again. */
+ZQ_API uint32_t ZqMQGetMsg(uint32_t handle, HZQMSG* message, uint32_t timeout);
+ZQ_API uint32_t ZqMQPeekMsg(uint32_t handle, HZQMSG* message, uint32_t timeout);
+
+/* The same over up to ZQMQ_MULTI_GET_MAX connections with one wait: *count
+ * is the number of handles in, and the index of the connection the result
+ * comes from out. 2 for a null or zero count, a null array or more than 64
+ * handles; MQ:INVALID_CONN_HANDLE with *count set to the unknown handle's
+ * index. */
+ZQ_API uint32_t ZqMQGetMsgFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,
+                                       uint32_t timeout);
+ZQ_API uint32_t ZqMQPeekMsgFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,
+                                        uint32_t timeout);
+
 ZQ_EXTERN_C_END
 
 #endif /* ZQSYS_ZQMQ_H */

@@ -9,10 +9,6 @@
 #include "mq/message_ref.h"
 #include "zqsys/zqerr.h"
 
-// The fields of a frame header in the order the log lines print them.
-#define ZQ_LL_HEADER_ARGS(h) \
-  (h).type, (h).ver, (h).len, (h).flags, (h).sign[0], (h).sign[1], (h).sign[2], (h).sign[3]
-
 namespace zq::mq {
 namespace {
 
@@ -59,6 +55,7 @@ void CConnection::Reset() noexcept {
   link_.Close();
   link_.Framer().Reset();
   deferred_.clear();
+  pending_.clear();
 }
 
 std::uint32_t CConnection::Disconnect() noexcept {
@@ -67,11 +64,15 @@ std::uint32_t CConnection::Disconnect() noexcept {
   return 0;
 }
 
-std::uint32_t CConnection::CheckReady() const noexcept {
+std::uint32_t CConnection::CheckLink() const noexcept {
   if (!connected_) return ZQERR_MQ_NOT_CONNECTED_YET;
   if (!valid_) return ZQERR_MQ_INVALID_CONNECTION;
-  if (multiGetOwner_ != 0) return ZQERR_MQ_CONNECTION_BUSY;
   return 0;
+}
+
+std::uint32_t CConnection::CheckReady() const noexcept {
+  if (const std::uint32_t rc = CheckLink(); rc != 0) return rc;
+  return multiGetOwner_ != 0 ? static_cast<std::uint32_t>(ZQERR_MQ_CONNECTION_BUSY) : 0;
 }
 
 std::uint32_t CConnection::SetOptions(std::uint32_t options) noexcept {

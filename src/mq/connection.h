@@ -17,9 +17,15 @@
 #include "common/ref_counted.h"
 #include "mq/conn_string.h"
 #include "mq/llmsg.h"
+#include "mq/message_ref.h"
 #include "mq/router_link.h"
 #include "os/memory.h"
 #include "zqsys/zqmq.h"
+
+// The fields of a frame header in the order the log lines print them
+// ("type 0x%X;ver 0x%X;len %u;flags 0x%X;sign 0x%X%X%X%X").
+#define ZQ_LL_HEADER_ARGS(h) \
+  (h).type, (h).ver, (h).len, (h).flags, (h).sign[0], (h).sign[1], (h).sign[2], (h).sign[3]
 
 namespace zq::mq {
 
@@ -52,6 +58,24 @@ class CConnection : public common::CRefCounted {
   std::uint32_t AppName(char* buffer, std::uint32_t* size) noexcept;
   bool IsAdmin(std::string_view name) noexcept;
 
+  std::uint32_t Post(HZQMSG message) noexcept;
+  std::uint32_t PostReply(HZQMSG request, HZQMSG reply) noexcept;
+  std::uint32_t Send(HZQMSG message, HZQMSG* reply, std::uint32_t timeoutMs) noexcept;
+  std::uint32_t AsyncSend(HZQMSG message, std::uint32_t timeoutMs, ZqMQReplyCallback callback,
+                          void* context) noexcept;
+  // Get (peek false) or Peek; `group` is the multi-connection wait the call
+  // serves, or 0.
+  std::uint32_t Receive(HZQMSG* message, std::uint32_t timeoutMs, bool peek,
+                        std::uint32_t group) noexcept;
+  // Enrols the connection in the multi-connection wait `group` and hands out
+  // its socket for the poll; Leave ends the enrolment if it is still ours.
+  std::uint32_t Enrol(std::uint32_t group, common::CRef<CSocketHolder>& socket) noexcept;
+  void Leave(std::uint32_t group) noexcept;
+
+  std::uint32_t ServiceOperation(std::uint32_t type, const ZQCOMPOSECTX& body,
+                                 std::string* address) noexcept;
+  void SetTimeSync(bool on) noexcept;
+
  protected:
   ~CConnection() override;
 
@@ -61,6 +85,9 @@ class CConnection : public common::CRefCounted {
   // 0, or the code of the first of: not connected, not valid, busy in a
   // multi-connection wait.
   std::uint32_t CheckReady() const noexcept;
+  // As CheckReady, without the multi-connection check: the library's own
+  // answers inside a receive.
+  std::uint32_t CheckLink() const noexcept;
   void Reset() noexcept;
 
   // The router link (callers hold the lock).
@@ -82,6 +109,26 @@ class CConnection : public common::CRefCounted {
   std::uint32_t Handshake(const ConnString& target, std::uint32_t timeoutMs,
                           std::uint32_t& fatal) noexcept;
 
+  // Sending and receiving (callers hold the lock).
+  struct Outcome;
+  std::uint32_t PostCore(HZQMSG message, std::uint32_t type, std::uint64_t* id,
+                         const std::uint32_t* fixed, bool internal) noexcept;
+  std::uint32_t PostReplyLocked(HZQMSG request, HZQMSG reply, bool internal) noexcept;
+  std::uint32_t AwaitSyncReply(std::uint64_t sendId, HZQMSG* reply) noexcept;
+  Outcome Dispatch(const CLLMsg& frame, bool peek, HZQMSG* out) noexcept;
+  Outcome DispatchGrnt(const CLLMsg& frame, bool peek, HZQMSG* out) noexcept;
+  Outcome DispatchReply(MessageRef&& message, std::uint64_t replyId, HZQMSG* out) noexcept;
+  Outcome DispatchRequest(MessageRef&& message, bool peek, HZQMSG* out) noexcept;
+  std::uint32_t AnswerSystemRequest(HZQMSG request) noexcept;
+  std::uint32_t Confirm(std::uint32_t type, std::uint64_t grntId) noexcept;
+
+  struct Pending {
+    ZqMQReplyCallback callback;
+    void* context;
+  };
+  using PendingMap = std::map<std::uint64_t, Pending, std::less<>,
+                              os::LibraryAllocator<std::pair<const std::uint64_t, Pending>>>;
+
   std::mutex lock_;  // guards everything below, for the whole of an operation
   CRouterLink link_;
   Frames deferred_;  // frames kept for the receive functions, in arrival order
@@ -99,6 +146,16 @@ class CConnection : public common::CRefCounted {
   std::string nodeName_;
   std::string appName_;
   std::vector<std::string> admins_;
+  PendingMap pending_;  // asynchronous sends waiting for their replies
+  bool timeSync_ = false;
 };
+
+// Get or Peek over several connections with one wait: each is first asked
+// for what it has, then all are enrolled under one group and their sockets
+// polled together with no connection lock held. `index` tells which
+// connection the result comes from.
+std::uint32_t ReceiveFromMultiple(const common::CRef<CConnection>* connections, std::uint32_t count,
+                                  std::uint32_t& index, HZQMSG* out, std::uint32_t timeoutMs,
+                                  bool peek) noexcept;
 
 }  // namespace zq::mq

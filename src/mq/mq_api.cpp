@@ -34,6 +34,38 @@ uint32_t OnConnection(uint32_t handle, Call call) {
   });
 }
 
+uint32_t Receive(uint32_t handle, HZQMSG* message, uint32_t timeout, bool peek) {
+  if (message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  *message = nullptr;
+  return OnConnection(handle, [&](CConnection& connection) {
+    return connection.Receive(message, timeout, peek, 0);
+  });
+}
+
+uint32_t ReceiveFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,
+                             uint32_t timeout, bool peek) {
+  if (count == nullptr || *count == 0 || *count > ZQMQ_MULTI_GET_MAX || handles == nullptr ||
+      message == nullptr) {
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
+  }
+  *message = nullptr;
+  return Guarded([&]() -> uint32_t {
+    zq::common::CRef<CConnection> connections[ZQMQ_MULTI_GET_MAX];
+    const uint32_t n = *count;
+    for (uint32_t i = 0; i < n; ++i) {
+      connections[i] = Lookup(handles[i]);
+      if (!connections[i]) {
+        *count = i;
+        return kInvalidHandle;
+      }
+    }
+    uint32_t index = 0;
+    const uint32_t rc = zq::mq::ReceiveFromMultiple(connections, n, index, message, timeout, peek);
+    if (rc != ZQERR_MQ_TIMEOUT) *count = index;
+    return rc;
+  });
+}
+
 }  // namespace
 
 extern "C" {
@@ -170,6 +202,54 @@ ZQ_API uint32_t ZqMQIsAdmin(const char* name, uint32_t handle) {
     const auto connection = Lookup(handle);
     return connection && connection->IsAdmin(name) ? 1u : 0u;
   });
+}
+
+ZQ_API uint32_t ZqMQPostMsg(uint32_t handle, HZQMSG message) {
+  if (message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(
+      handle, [&](CConnection& connection) { return ZQ_RETURN_ZQERR(connection.Post(message)); });
+}
+
+ZQ_API uint32_t ZqMQPostReplyMsg(uint32_t handle, HZQMSG request, HZQMSG reply) {
+  if (request == nullptr || reply == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) {
+    return ZQ_RETURN_ZQERR(connection.PostReply(request, reply));
+  });
+}
+
+ZQ_API uint32_t ZqMQSendMsg(uint32_t handle, HZQMSG message, HZQMSG* reply, uint32_t timeout) {
+  if (reply == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  *reply = nullptr;
+  if (message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) {
+    return ZQ_RETURN_ZQERR(connection.Send(message, reply, timeout));
+  });
+}
+
+ZQ_API uint32_t ZqMQAsyncSendMsg(uint32_t handle, HZQMSG message, uint32_t timeout,
+                                 ZqMQReplyCallback callback, void* context) {
+  if (message == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) {
+    return ZQ_RETURN_ZQERR(connection.AsyncSend(message, timeout, callback, context));
+  });
+}
+
+ZQ_API uint32_t ZqMQGetMsg(uint32_t handle, HZQMSG* message, uint32_t timeout) {
+  return Receive(handle, message, timeout, false);
+}
+
+ZQ_API uint32_t ZqMQPeekMsg(uint32_t handle, HZQMSG* message, uint32_t timeout) {
+  return Receive(handle, message, timeout, true);
+}
+
+ZQ_API uint32_t ZqMQGetMsgFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,
+                                       uint32_t timeout) {
+  return ReceiveFromMultiple(count, handles, message, timeout, false);
+}
+
+ZQ_API uint32_t ZqMQPeekMsgFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,
+                                        uint32_t timeout) {
+  return ReceiveFromMultiple(count, handles, message, timeout, true);
 }
 
 }  // extern "C"

@@ -31,6 +31,60 @@ struct Conn {
   std::uint32_t handle = 0;
 };
 
+// A message built field by field, freed at the end of the scope.
+class TestMessage {
+ public:
+  TestMessage() { ZqMsgCreateMessage(&message_); }
+  explicit TestMessage(HZQMSG taken) : message_(taken) {}
+  ~TestMessage() { ZqMsgFreeMessage(message_); }
+  TestMessage(const TestMessage&) = delete;
+  TestMessage& operator=(const TestMessage&) = delete;
+
+  TestMessage& Str(const char* name, const char* text) {
+    ZqMsgSetFieldStr(message_, name, text);
+    return *this;
+  }
+  TestMessage& U32(const char* name, std::uint32_t value) {
+    ZqMsgSetFieldUINT32(message_, name, value);
+    return *this;
+  }
+  TestMessage& U64(const char* name, std::uint64_t value) {
+    ZqMsgSetFieldUINT64(message_, name, value);
+    return *this;
+  }
+  TestMessage& Body(const char* text) {
+    ZqMsgSetBodyStr(message_, text);
+    return *this;
+  }
+  std::string Bytes() const { return Block(message_); }
+  HZQMSG Get() const { return message_; }
+  HZQMSG* Out() { return &message_; }
+
+  std::string Text(const char* name) const {
+    const void* value = nullptr;
+    std::uint32_t size = 0;
+    if (ZqMsgGetBinaryField(message_, name, &value, &size) != 0) return "<absent>";
+    return std::string(static_cast<const char*>(value), size != 0 ? size - 1 : 0);
+  }
+  std::uint64_t Id(const char* name) const {
+    std::uint64_t value = 0;
+    return ZqMsgCopyFieldUINT64(message_, name, &value) == 0 ? value : ~0ull;
+  }
+  std::uint32_t Number(const char* name) const {
+    std::uint32_t value = 0;
+    return ZqMsgCopyFieldUINT32(message_, name, &value) == 0 ? value : ~0u;
+  }
+  std::string BodyText() const {
+    const void* body = nullptr;
+    std::uint32_t size = 0;
+    ZqMsgGetBody(message_, &body, &size);
+    return size != 0 ? std::string(static_cast<const char*>(body), size - 1) : "";
+  }
+
+ private:
+  HZQMSG message_ = nullptr;
+};
+
 class MqTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(ZqMQStartup(), 0u); }
