@@ -174,6 +174,35 @@ ZQ_API uint32_t ZqMQGetMsgFromMultiple(uint32_t* count, const uint32_t* handles,
 ZQ_API uint32_t ZqMQPeekMsgFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,
                                         uint32_t timeout);
 
+/* ---- Addresses, services and time sync ---- */
+
+/* "node.app" into `buffer`: *size gets the needed size (both lengths + 2)
+ * whenever both names are given; 15 for a null buffer, 7 for a short one. */
+ZQ_API uint32_t ZqMQAddrCompose(const char* node, const char* app, char* buffer, uint32_t* size);
+
+/* The node part of an address (up to the first ".") and the application
+ * part (all after it, further dots included; empty without a dot), by the
+ * sized-buffer rule. */
+ZQ_API uint32_t ZqMQGetNodeNameFromAddr(const char* address, char* buffer, uint32_t* size);
+ZQ_API uint32_t ZqMQGetAppNameFromAddr(const char* address, char* buffer, uint32_t* size);
+
+/* Registers and withdraws a service name at the router; the result is the
+ * router's. The meaning of `flag` (its low byte travels) is the router's. */
+ZQ_API uint32_t ZqMQServiceRegister(uint32_t handle, const char* service, int32_t flag);
+ZQ_API uint32_t ZqMQServiceUnregister(uint32_t handle, const char* service);
+
+/* Asks the router which address offers `service`, skipping the `count`
+ * addresses of `excluded` (null or empty entries are ignored). Waits without
+ * a practical limit. *size is the buffer's size in (at least 2) and the
+ * needed size out; 7 when the address does not fit. */
+ZQ_API uint32_t ZqMQServiceResolve(uint32_t handle, const char* service, char* address,
+                                   uint32_t* size, const char* const* excluded, uint32_t count);
+
+/* Switches delivery of the router's time-sync messages on and off for a
+ * connection. Always 0. */
+ZQ_API uint32_t ZqMQRegistryTimeSync(uint32_t handle);
+ZQ_API uint32_t ZqMQUnRegistryTimeSync(uint32_t handle);
+
 ZQ_EXTERN_C_END
 
 #endif /* ZQSYS_ZQMQ_H */

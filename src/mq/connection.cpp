@@ -460,6 +460,36 @@ std::uint32_t CConnection::AppName(char* buffer, std::uint32_t* size) noexcept {
   return common::ReturnSizedText(appName_, buffer, size);
 }
 
+std::uint32_t CConnection::ServiceOperation(std::uint32_t type, Bytes body,
+                                            std::string* address) noexcept {
+  const std::lock_guard hold(lock_);
+  if (const std::uint32_t rc = CheckReady(); rc != 0) return rc;
+  const std::uint32_t localTimeout = localTimeout_;
+  if (address != nullptr) localTimeout_ = kNoTimeout;
+  std::uint32_t result = 0;
+  CLLMsg answer;
+  const std::uint32_t rc =
+      RunOperation(type, {}, nullptr, body, result, address != nullptr ? &answer : nullptr);
+  localTimeout_ = localTimeout;
+  if (rc != 0) return rc;
+  if (result != 0 || address == nullptr) return result;
+  if (answer.Type() != kLLResolveResult) {
+    valid_ = false;
+    return ZQERR_MQ_PROTOCOL_ERROR;
+  }
+  try {
+    address->assign(reinterpret_cast<const char*>(answer.Body()) + 8, answer.BodySize() - 8);
+  } catch (const std::bad_alloc&) {
+    return ZQERR_COMMON_NO_MEMORY;
+  }
+  return 0;
+}
+
+void CConnection::SetTimeSync(bool on) noexcept {
+  const std::lock_guard hold(lock_);
+  timeSync_ = on;
+}
+
 bool CConnection::IsAdmin(std::string_view name) noexcept {
   const std::lock_guard hold(lock_);
   for (const std::string& admin : admins_) {

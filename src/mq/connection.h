@@ -72,8 +72,9 @@ class CConnection : public common::CRefCounted {
   std::uint32_t Enrol(std::uint32_t group, common::CRef<CSocketHolder>& socket) noexcept;
   void Leave(std::uint32_t group) noexcept;
 
-  std::uint32_t ServiceOperation(std::uint32_t type, const ZQCOMPOSECTX& body,
-                                 std::string* address) noexcept;
+  // A service request (register, unregister, resolve) with its composed
+  // body; a resolve waits without a local limit and hands out the address.
+  std::uint32_t ServiceOperation(std::uint32_t type, Bytes body, std::string* address) noexcept;
   void SetTimeSync(bool on) noexcept;
 
  protected:

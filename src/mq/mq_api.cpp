@@ -1,8 +1,11 @@
 // The exported message-queue functions: check the arguments, look the
 // handle up, run one operation of the connection, return its code.
+#include <cstring>
 #include <string>
+#include <string_view>
 
 #include "common/error_site.h"
+#include "common/sized_text.h"
 #include "mq/conn_string.h"
 #include "mq/connection_registry.h"
 #include "os/edge.h"
@@ -64,6 +67,26 @@ uint32_t ReceiveFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* m
     if (rc != ZQERR_MQ_TIMEOUT) *count = index;
     return rc;
   });
+}
+
+// A body composed by format, freed at the end of the scope.
+class Composed {
+ public:
+  Composed() noexcept { ZqMsgInitCompose(&context_); }
+  ~Composed() { ZqMsgFreeCompose(&context_); }
+  Composed(const Composed&) = delete;
+  Composed& operator=(const Composed&) = delete;
+  ZQCOMPOSECTX* Context() noexcept { return &context_; }
+  zq::mq::Bytes Bytes() const noexcept {
+    return {reinterpret_cast<const char*>(context_.buffer), context_.size};
+  }
+
+ private:
+  ZQCOMPOSECTX context_;
+};
+
+bool IsEmpty(const char* text) noexcept {
+  return text == nullptr || *text == '\0';
 }
 
 }  // namespace
@@ -250,6 +273,90 @@ ZQ_API uint32_t ZqMQGetMsgFromMultiple(uint32_t* count, const uint32_t* handles,
 ZQ_API uint32_t ZqMQPeekMsgFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,
                                         uint32_t timeout) {
   return ReceiveFromMultiple(count, handles, message, timeout, true);
+}
+
+ZQ_API uint32_t ZqMQAddrCompose(const char* node, const char* app, char* buffer, uint32_t* size) {
+  if (node == nullptr || app == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  const size_t nodeLength = std::strlen(node), appLength = std::strlen(app);
+  if (nodeLength + appLength + 2 > UINT32_MAX) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  const auto needed = static_cast<uint32_t>(nodeLength + appLength + 2);
+  const uint32_t given = *size;
+  *size = needed;
+  if (buffer == nullptr) return ZQERR_COMMON_REAL_SIZE_RETURNED;
+  if (given < needed) return ZQERR_COMMON_BUFFER_TOO_SMALL;
+  std::memcpy(buffer, node, nodeLength);
+  buffer[nodeLength] = '.';
+  std::memcpy(buffer + nodeLength + 1, app, appLength + 1);
+  return 0;
+}
+
+ZQ_API uint32_t ZqMQGetNodeNameFromAddr(const char* address, char* buffer, uint32_t* size) {
+  if (address == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  const std::string_view text(address);
+  return zq::common::ReturnSizedText(text.substr(0, text.find('.')), buffer, size);
+}
+
+ZQ_API uint32_t ZqMQGetAppNameFromAddr(const char* address, char* buffer, uint32_t* size) {
+  if (address == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  const std::string_view text(address);
+  const size_t dot = text.find('.');
+  return zq::common::ReturnSizedText(
+      dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1), buffer, size);
+}
+
+ZQ_API uint32_t ZqMQServiceRegister(uint32_t handle, const char* service, int32_t flag) {
+  if (IsEmpty(service)) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) -> uint32_t {
+    Composed body;
+    if (const uint32_t rc = ZqMsgCompose(body.Context(), "cu1", service, flag & 0xFF); rc != 0) {
+      return rc;
+    }
+    return ZQ_RETURN_ZQERR(
+        connection.ServiceOperation(zq::mq::kLLServiceRegister, body.Bytes(), nullptr));
+  });
+}
+
+ZQ_API uint32_t ZqMQServiceUnregister(uint32_t handle, const char* service) {
+  if (IsEmpty(service)) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) -> uint32_t {
+    Composed body;
+    if (const uint32_t rc = ZqMsgCompose(body.Context(), "c", service); rc != 0) return rc;
+    return ZQ_RETURN_ZQERR(
+        connection.ServiceOperation(zq::mq::kLLServiceUnregister, body.Bytes(), nullptr));
+  });
+}
+
+ZQ_API uint32_t ZqMQServiceResolve(uint32_t handle, const char* service, char* address,
+                                   uint32_t* size, const char* const* excluded, uint32_t count) {
+  if (IsEmpty(service) || address == nullptr || size == nullptr || *size < 2) {
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
+  }
+  return OnConnection(handle, [&](CConnection& connection) -> uint32_t {
+    Composed body;
+    uint32_t rc = ZqMsgCompose(body.Context(), "c", service);
+    for (uint32_t i = 0; rc == 0 && excluded != nullptr && i < count; ++i) {
+      if (!IsEmpty(excluded[i])) rc = ZqMsgCompose(body.Context(), "c", excluded[i]);
+    }
+    if (rc != 0) return rc;
+    std::string found;
+    rc = connection.ServiceOperation(zq::mq::kLLServiceResolve, body.Bytes(), &found);
+    if (rc != 0) return ZQ_RETURN_ZQERR(rc);
+    return zq::common::ReturnSizedText(found, address, size);
+  });
+}
+
+ZQ_API uint32_t ZqMQRegistryTimeSync(uint32_t handle) {
+  return GuardedOr<uint32_t>(0, [&] {
+    if (const auto connection = Lookup(handle)) connection->SetTimeSync(true);
+    return 0u;
+  });
+}
+
+ZQ_API uint32_t ZqMQUnRegistryTimeSync(uint32_t handle) {
+  return GuardedOr<uint32_t>(0, [&] {
+    if (const auto connection = Lookup(handle)) connection->SetTimeSync(false);
+    return 0u;
+  });
 }
 
 }  // extern "C"

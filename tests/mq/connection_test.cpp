@@ -2,6 +2,7 @@
 // the scripted router.
 #include <cstring>
 #include <functional>
+#include <future>
 #include <vector>
 
 #include "mq_fixture.h"
@@ -259,6 +260,99 @@ TEST_F(MqTest, OperationResultsAreChecked) {
     EXPECT_EQ(ZqMQLogout(conn.handle), c.rc);
     EXPECT_EQ(conn.Status(), ZQMQ_STATUS_CONNECTED | c.status) << c.rc;
   }
+}
+
+TEST(MqAddress, ComposeAndSplit) {
+  char text[16];
+  std::uint32_t size = 0;
+  EXPECT_EQ(ZqMQAddrCompose("n", "a", nullptr, &size), 15u);
+  EXPECT_EQ(size, 4u);
+  size = 3;
+  EXPECT_EQ(ZqMQAddrCompose("n", "a", text, &size), 7u);
+  EXPECT_EQ(size, 4u);
+  EXPECT_EQ(ZqMQAddrCompose("n", "a", text, &size), 0u);
+  EXPECT_STREQ(text, "n.a");
+  EXPECT_EQ(ZqMQAddrCompose(nullptr, "a", text, &size), 2u);
+  EXPECT_EQ(ZqMQAddrCompose("n", "a", text, nullptr), 2u);
+
+  struct Case {
+    const char *address, *node, *app;
+  };
+  for (const Case& c : {Case{"node.app.x", "node", "app.x"}, Case{"plain", "plain", ""},
+                        Case{".a", "", "a"}, Case{"n.", "n", ""}}) {
+    size = sizeof text;
+    EXPECT_EQ(ZqMQGetNodeNameFromAddr(c.address, text, &size), 0u);
+    EXPECT_STREQ(text, c.node);
+    size = sizeof text;
+    EXPECT_EQ(ZqMQGetAppNameFromAddr(c.address, text, &size), 0u);
+    EXPECT_STREQ(text, c.app);
+  }
+  size = 2;
+  EXPECT_EQ(ZqMQGetNodeNameFromAddr("node.app", text, &size), 7u);
+  EXPECT_EQ(size, 5u);
+  EXPECT_EQ(ZqMQGetAppNameFromAddr(nullptr, text, &size), 2u);
+}
+
+TEST_F(MqTest, ServicesAreNumberedOperations) {
+  Serve([](RouterPeer& peer) {
+    ReceivedFrame frame = peer.Expect(0x400D);
+    if (frame.body.substr(4) != U32(4) + std::string("svc", 4) + '\x7F')
+      throw ScriptFailure("register body");
+    peer.SendResult(0x5000, ReadU32(frame.body, 0), 0);
+    frame = peer.Expect(0x400E);
+    peer.SendResult(0x5000, ReadU32(frame.body, 0), 0x700A);
+    frame = peer.Expect(0x400F);
+    if (frame.body.substr(4) != U32(4) + std::string("svc", 4) + U32(4) + std::string("n.x", 4))
+      throw ScriptFailure("resolve body");
+    peer.SendResult(0x5004, ReadU32(frame.body, 0), 0, "node2.app");
+    peer.SendResult(0x5004, ReadU32(peer.Expect(0x400F).body, 0), 0, "node2.app");
+    peer.SendResult(0x5000, ReadU32(peer.Expect(0x400F).body, 0), 0);
+  });
+  Conn conn;
+  char address[16];
+  std::uint32_t size = 1;
+  EXPECT_EQ(ZqMQServiceResolve(conn.handle, "svc", address, &size, nullptr, 0), 2u);
+  EXPECT_EQ(ZqMQServiceRegister(conn.handle, "", 0), 2u);
+  EXPECT_EQ(ZqMQServiceRegister(conn.handle, "svc", 1),
+            static_cast<std::uint32_t>(ZQERR_MQ_NOT_CONNECTED_YET));
+  ASSERT_EQ(Connect(conn), 0u);
+  ZqMQSetLocalTimeout(conn.handle, 1);  // a resolve waits without a limit anyway
+  EXPECT_EQ(ZqMQServiceRegister(conn.handle, "svc", 0x17F), 0u);
+  ZqMQSetLocalTimeout(conn.handle, 5000);
+  EXPECT_EQ(ZqMQServiceUnregister(conn.handle, "svc"), 0x700Au);
+  ZqMQSetLocalTimeout(conn.handle, 1);
+  const char* excluded[] = {nullptr, "", "n.x"};
+  size = sizeof address;
+  EXPECT_EQ(ZqMQServiceResolve(conn.handle, "svc", address, &size, excluded, 3), 0u);
+  EXPECT_STREQ(address, "node2.app");
+  EXPECT_EQ(size, 10u);
+  size = 9;
+  EXPECT_EQ(ZqMQServiceResolve(conn.handle, "svc", address, &size, nullptr, 0), 7u);
+  EXPECT_EQ(size, 10u);
+  EXPECT_EQ(ZqMQServiceResolve(conn.handle, "svc", address, &size, nullptr, 0),
+            static_cast<std::uint32_t>(ZQERR_MQ_PROTOCOL_ERROR));
+  EXPECT_EQ(conn.Status() & ZQMQ_STATUS_INVALID, ZQMQ_STATUS_INVALID);
+}
+
+TEST_F(MqTest, TimeSyncFramesReachOnlyConnectionsThatAskForThem) {
+  std::promise<void> go;
+  Serve([rest = go.get_future().share()](RouterPeer& peer) {
+    const std::string sync = Frame(0x10001, TestMessage().Body("tick").Bytes());
+    peer.Send(sync);
+    if (rest.wait_for(milliseconds(5000)) != std::future_status::ready)
+      throw ScriptFailure("no go");
+    peer.Send(sync);
+  });
+  Conn conn;
+  ASSERT_EQ(Connect(conn), 0u);
+  EXPECT_EQ(ZqMQRegistryTimeSync(0x9999), 0u);
+  HZQMSG message = nullptr;
+  EXPECT_EQ(ZqMQUnRegistryTimeSync(conn.handle), 0u);
+  EXPECT_EQ(ZqMQGetMsg(conn.handle, &message, 300), static_cast<std::uint32_t>(ZQERR_MQ_TIMEOUT));
+  EXPECT_EQ(ZqMQRegistryTimeSync(conn.handle), 0u);
+  go.set_value();
+  ASSERT_EQ(ZqMQGetMsg(conn.handle, &message, 5000), 0u);
+  EXPECT_EQ(TestMessage(message).BodyText(), "tick");
 }
 
 }  // namespace
