@@ -108,8 +108,10 @@ ZQ_API uint32_t ZqMQConnectEx(uint32_t handle, const char* text, uint32_t timeou
 ZQ_API uint32_t ZqMQConnect(uint32_t handle, const char* appName, uint16_t port, uint32_t timeout,
                             const char* host, const char* password, uint32_t* fatal);
 
-/* Ends the link to the router; the handle, its options and its local
- * timeout stay for a later connect. Always 0 for a valid handle. */
+/* Ends the link to the router and forgets what came over it (frames not
+ * yet taken, the router status, pending asynchronous sends); the handle,
+ * its options and its local timeout stay for a later connect. Always 0 for
+ * a valid handle. */
 ZQ_API uint32_t ZqMQDisconnect(uint32_t handle);
 
 /* A user login with `login` as its text: *id gets the router's login id. 2,
@@ -125,8 +127,9 @@ ZQ_API uint32_t ZqMQGetNodeName(uint32_t handle, char* buffer, uint32_t* size);
 ZQ_API uint32_t ZqMQGetAppName(uint32_t handle, char* buffer, uint32_t* size);
 
 /* 1 when `name` is one of the administrators the router named in its last
- * status, or that list holds "*"; 0 otherwise, also for an unknown handle.
- * Not a result code. */
+ * status ("Zq_ListAdmins": names separated by ";" or ",", blanks around
+ * them skipped), or that list holds "*"; 0 otherwise, also for an unknown
+ * handle. Not a result code. */
 ZQ_API uint32_t ZqMQIsAdmin(const char* name, uint32_t handle);
 
 /* ---- Sending and receiving ---- */
@@ -143,7 +146,8 @@ ZQ_API uint32_t ZqMQPostMsg(uint32_t handle, HZQMSG message);
  * request has none. */
 ZQ_API uint32_t ZqMQPostReplyMsg(uint32_t handle, HZQMSG request, HZQMSG reply);
 
-/* Sends a request and waits for its reply (the router enforces `timeout`);
+/* Sends a request and waits for its reply (the router enforces `timeout`;
+ * MQ:TIMEOUT if nothing comes within `timeout` plus the local timeout);
  * *reply is the reply, or a system message ("Zq_Category" "Zq_System" and
  * the send id as "Zq_ReplyId") when the router says no reply came. The send
  * id is written into the message's "Zq_SendId". */
@@ -158,17 +162,24 @@ ZQ_API uint32_t ZqMQAsyncSendMsg(uint32_t handle, HZQMSG message, uint32_t timeo
 /* Takes the next incoming message within `timeout` milliseconds (0: only
  * what is already there): *message is a new handle the caller frees, or
  * null with result 0 when the call consumed a message meant for the library
- * (a system ping, a statistics request, an asynchronous reply). MQ:TIMEOUT
- * (0x6004) when nothing came. Peek leaves the message in place, so the next
- * Get or Peek returns it again. */
+ * (a system ping, which a Get answers, or an asynchronous reply, which goes
+ * to its callback). A later router status is applied and handed out too
+ * ("Zq_Category" "Zq_System", "Zq_Type" 1). MQ:TIMEOUT (0x6004) when
+ * nothing came; the connection stays usable and a frame cut by the timeout
+ * is completed by the next call. Peek leaves the message in place, so the
+ * next Get or Peek returns it again; it neither answers pings nor confirms
+ * guaranteed deliveries (the Get that takes the message does). */
 ZQ_API uint32_t ZqMQGetMsg(uint32_t handle, HZQMSG* message, uint32_t timeout);
 ZQ_API uint32_t ZqMQPeekMsg(uint32_t handle, HZQMSG* message, uint32_t timeout);
 
 /* The same over up to ZQMQ_MULTI_GET_MAX connections with one wait: *count
  * is the number of handles in, and the index of the connection the result
- * comes from out. 2 for a null or zero count, a null array or more than 64
- * handles; MQ:INVALID_CONN_HANDLE with *count set to the unknown handle's
- * index. */
+ * comes from out (unchanged on MQ:TIMEOUT). What a connection has already
+ * is taken first, in array order; then all are enrolled (status bit
+ * ZQMQ_STATUS_MULTI_GET, and other calls on them get MQ:CONNECTION_BUSY)
+ * and one poll waits on all their sockets without holding their locks. 2
+ * for a null or zero count, a null array or more than 64 handles;
+ * MQ:INVALID_CONN_HANDLE with *count set to the unknown handle's index. */
 ZQ_API uint32_t ZqMQGetMsgFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,
                                        uint32_t timeout);
 ZQ_API uint32_t ZqMQPeekMsgFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* message,

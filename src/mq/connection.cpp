@@ -1,6 +1,7 @@
 #include "mq/connection.h"
 
 #include <cerrno>
+#include <cstring>
 #include <new>
 
 #include "common/sized_text.h"
@@ -305,10 +306,13 @@ std::uint32_t CConnection::ApplyRouterStatus(HZQMSG status) noexcept {
     return rc;
   }
   if (category != "Zq_System" || type != 1) {
-    const std::string shown(category);
+    char shown[64];
+    const std::size_t length = category.size() < sizeof shown ? category.size() : sizeof shown - 1;
+    std::memcpy(shown, category.data(), length);
+    shown[length] = '\0';
     ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
                 "Incorrect router status message received;mq-conn 0x%X;category '%s';type 0x%X",
-                Handle(), shown.c_str(), type);
+                Handle(), shown, type);
     return ZQERR_MQ_PROTOCOL_ERROR;
   }
   const void* admins = nullptr;

@@ -115,7 +115,8 @@ class CConnection : public common::CRefCounted {
   std::uint32_t PostCore(HZQMSG message, std::uint32_t type, std::uint64_t* id,
                          const std::uint32_t* fixed, bool internal) noexcept;
   std::uint32_t PostReplyLocked(HZQMSG request, HZQMSG reply, bool internal) noexcept;
-  std::uint32_t AwaitSyncReply(std::uint64_t sendId, HZQMSG* reply) noexcept;
+  std::uint32_t AwaitSyncReply(std::uint64_t sendId, HZQMSG* reply,
+                               std::uint32_t timeoutMs) noexcept;
   Outcome Dispatch(const CLLMsg& frame, bool peek, HZQMSG* out) noexcept;
   Outcome DispatchGrnt(const CLLMsg& frame, bool peek, HZQMSG* out) noexcept;
   Outcome DispatchReply(MessageRef&& message, std::uint64_t replyId, HZQMSG* out) noexcept;

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -42,6 +43,30 @@ std::uint32_t SystemMessage(std::uint32_t type, const char* idField, std::uint64
   return rc;
 }
 
+// What the post log line prints: an absent text is empty, an absent number
+// -1.
+const char* TextOf(HZQMSG message, const char* name) noexcept {
+  const void* value = nullptr;
+  std::uint32_t size = 0;
+  if (ZqMsgGetBinaryField(message, name, &value, &size) != 0 || size == 0) return "";
+  const auto* text = static_cast<const char*>(value);
+  return std::memchr(text, 0, size) != nullptr ? text : "";
+}
+int TypeOf(HZQMSG message) noexcept {
+  std::int32_t type = -1;
+  return ZqMsgCopyFieldINT32(message, ZQMSG_FIELD_TYPE, &type) == 0 ? type : -1;
+}
+std::uint32_t BlockSizeOf(HZQMSG message) noexcept {
+  std::uint32_t size = 0;
+  ZqMsgGetMessageBlockSize(message, &size);
+  return size;
+}
+std::uint32_t BodySizeOf(HZQMSG message) noexcept {
+  std::uint32_t size = 0;
+  ZqMsgGetBodySize(message, &size);
+  return size;
+}
+
 }  // namespace
 
 // What the dispatch of one frame decided: skip it and go on, or end the
@@ -62,19 +87,12 @@ struct CConnection::Outcome {
 std::uint32_t CConnection::PostCore(HZQMSG message, std::uint32_t type, std::uint64_t* id,
                                     const std::uint32_t* fixed, bool internal) noexcept {
   if (const std::uint32_t rc = internal ? CheckLink() : CheckReady(); rc != 0) return rc;
-  std::string_view to, category;
-  ReadTextField(message, ZQMSG_FIELD_TO, to);
-  ReadTextField(message, ZQMSG_FIELD_CATEGORY, category);
-  std::int32_t messageType = -1;
-  ZqMsgCopyFieldINT32(message, ZQMSG_FIELD_TYPE, &messageType);
-  std::uint32_t blockSize = 0, bodySize = 0;
-  ZqMsgGetMessageBlockSize(message, &blockSize);
-  ZqMsgGetBodySize(message, &bodySize);
+  // The arguments are evaluated only when the line is enabled.
   ZQ_LOG_SITE_0(ZqLogInfoEx, kLogCategory,
-                "Posting message: to '%.*s'; cat: '%.*s'; type %d; size %d; bodySize: %d",
-                static_cast<int>(to.size()), to.data(), static_cast<int>(category.size()),
-                category.data(), messageType, static_cast<int>(blockSize),
-                static_cast<int>(bodySize));
+                "Posting message: to '%s'; cat: '%s'; type %d; size %d; bodySize: %d",
+                TextOf(message, ZQMSG_FIELD_TO), TextOf(message, ZQMSG_FIELD_CATEGORY),
+                TypeOf(message), static_cast<int>(BlockSizeOf(message)),
+                static_cast<int>(BodySizeOf(message)));
   if (id != nullptr) *id = 0;
   const LEBytes fixedBytes(fixed != nullptr ? *fixed : 0u);
   std::uint32_t result = 0;
@@ -142,7 +160,14 @@ std::uint32_t CConnection::Send(HZQMSG message, HZQMSG* reply, std::uint32_t tim
     return rc;
   }
   ZqMsgSetFieldUINT64(message, ZQMSG_FIELD_SENDID, sendId);
-  return AwaitSyncReply(sendId, reply);
+  // The router enforces the send's timeout; should it fail to answer, the
+  // wait still ends once the local timeout has passed on top of it.
+  const std::uint64_t guard = std::uint64_t{timeoutMs} + localTimeout_;
+  return AwaitSyncReply(
+      sendId, reply,
+      timeoutMs == kNoTimeout || localTimeout_ == kNoTimeout || guard >= kNoTimeout
+          ? kNoTimeout
+          : static_cast<std::uint32_t>(guard));
 }
 
 std::uint32_t CConnection::AsyncSend(HZQMSG message, std::uint32_t timeoutMs,
@@ -227,16 +252,18 @@ std::uint32_t ReplyOf(const CLLMsg& frame, std::uint64_t sendId, HZQMSG* reply) 
 
 }  // namespace
 
-std::uint32_t CConnection::AwaitSyncReply(std::uint64_t sendId, HZQMSG* reply) noexcept {
+std::uint32_t CConnection::AwaitSyncReply(std::uint64_t sendId, HZQMSG* reply,
+                                          std::uint32_t timeoutMs) noexcept {
   for (auto at = deferred_.begin(); at != deferred_.end(); ++at) {
     if (!AnswersSend(*at, sendId)) continue;
     const std::uint32_t rc = ReplyOf(*at, sendId, reply);
     deferred_.erase(at);
     return rc;
   }
+  const Deadline budget(timeoutMs);
   for (;;) {
     CLLMsg frame;
-    if (const std::uint32_t rc = RecvLLMsg(frame, kNoTimeout); rc != 0) return rc;
+    if (const std::uint32_t rc = RecvLLMsg(frame, budget.RemainingMs()); rc != 0) return rc;
     if (AnswersSend(frame, sendId)) return ReplyOf(frame, sendId, reply);
     try {
       Defer(static_cast<CLLMsg&&>(frame));
@@ -397,11 +424,15 @@ CConnection::Outcome CConnection::Dispatch(const CLLMsg& frame, bool peek, HZQMS
     case kLLPing:
       return Outcome::Skip();
     case kLLValidatingName: {
-      const std::string_view name(reinterpret_cast<const char*>(frame.Body()), header.len);
+      // The name, cut to a size no application name reaches.
+      char name[256];
+      const std::size_t length = header.len < sizeof name ? header.len : sizeof name - 1;
+      std::memcpy(name, frame.Body(), length);
+      name[length] = '\0';
       ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
                   "Router is validating connection - possible another application with this "
-                  "name('%.*s') connecting to router",
-                  static_cast<int>(name.size()), name.data());
+                  "name('%s') connecting to router",
+                  name);
       return Outcome::Skip();
     }
     case kLLSyncReplyResult:

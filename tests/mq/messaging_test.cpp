@@ -201,6 +201,8 @@ TEST_F(MqTest, SyncSendWaitsForItsReplyAndKeepsOtherFrames) {
     peer.SendFrame(0x400C, U64(778));
     operation = ReadU32(peer.Expect(0x400A).body, 0);
     peer.SendResult(0x5000, operation, 0x7001);
+    operation = ReadU32(peer.Expect(0x400A).body, 0);
+    peer.SendResult(0x5001, operation, 0, U64(779));  // and no reply ever
   });
   Conn conn;
   ASSERT_EQ(Connect(conn), 0u);
@@ -216,6 +218,8 @@ TEST_F(MqTest, SyncSendWaitsForItsReplyAndKeepsOtherFrames) {
   EXPECT_EQ(failed.Id(ZQMSG_FIELD_REPLYID), 778u);
   EXPECT_EQ(ZqMQSendMsg(conn.handle, request.Get(), &reply, 2000), 0x7001u);
   EXPECT_EQ(reply, nullptr);
+  ZqMQSetLocalTimeout(conn.handle, 100);
+  EXPECT_EQ(ZqMQSendMsg(conn.handle, request.Get(), &reply, 100), kTimeout);
   EXPECT_EQ(Take(conn), "meanwhile");  // the stray 0x400C was dropped as late
   EXPECT_EQ(Take(conn, false, 0, kTimeout), "<none>");
 }
