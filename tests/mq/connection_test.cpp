@@ -1,11 +1,19 @@
 // The connection handles, connecting and login, through the C API against
 // the scripted router.
+#include <netdb.h>
+#include <unistd.h>
+
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <vector>
 
 #include "mq_fixture.h"
+#include "os/socket.h"
+#include "zqsys/zqini.h"
+#include "zqsys/zqlog.h"
 
 namespace zq::test {
 namespace {
@@ -124,7 +132,7 @@ TEST_F(MqTest, HelloCarriesTheTextWithoutPortAndHost) {
       {" appname = app1 , Port = " + port + " , host=127.0.0.1, x=y", " appname = app1 , x=y"},
       {"APPNAME=app1;PORT=" + port, "APPNAME=app1;"},
   };
-  router_.Run([&](ScriptedRouter& router) {
+  router_.Run([cases](ScriptedRouter& router) {
     for (const Case& c : cases) {
       RouterPeer peer = router.Accept();
       const std::string hello = peer.ReadHello();
@@ -146,7 +154,7 @@ TEST_F(MqTest, HelloCarriesTheTextWithoutPortAndHost) {
 
 TEST_F(MqTest, ConnectFailuresLeaveTheConnectionUnconnected) {
   const std::uint32_t refusal = 0x7005;
-  router_.Run([&](ScriptedRouter& router) {
+  router_.Run([refusal](ScriptedRouter& router) {
     {
       RouterPeer refused = router.Accept();
       refused.ReadHello();
@@ -244,7 +252,7 @@ TEST_F(MqTest, OperationResultsAreChecked) {
        ZQERR_MQ_LL_SIZE_TOOBIG, ZQMQ_STATUS_INVALID},
       {"", ZQERR_MQ_TIMEOUT, 0},
   };
-  router_.Run([&](ScriptedRouter& router) {
+  router_.Run([cases](ScriptedRouter& router) {
     for (const Case& c : cases) {
       RouterPeer peer = router.Accept();
       peer.Welcome();
@@ -259,6 +267,59 @@ TEST_F(MqTest, OperationResultsAreChecked) {
     ZqMQSetLocalTimeout(conn.handle, 300);
     EXPECT_EQ(ZqMQLogout(conn.handle), c.rc);
     EXPECT_EQ(conn.Status(), ZQMQ_STATUS_CONNECTED | c.status) << c.rc;
+  }
+}
+
+std::vector<std::string> g_lines;
+uint32_t CollectLine(uint32_t, const ZQTIME*, int32_t, const char* line) {
+  g_lines.push_back(line);
+  return 0;
+}
+
+// The client's lines reach the default log under "zqmq-cli", word for word.
+TEST(MqLog, LifecycleLines) {
+  const std::filesystem::path dir =
+      std::filesystem::temp_directory_path() / ("zqmq-log-" + std::to_string(getpid()));
+  std::filesystem::create_directories(dir);
+  std::ofstream((dir / "log.ini").string())
+      << "[zqsyslog]\nlogtoconsole=0\nlogtime=0\nlogfile=" << (dir / "mq.log").string() << "\n";
+  std::uint32_t ini = 0;
+  ASSERT_EQ(ZqIniCustOpen(&ini, (dir / "log.ini").string().c_str()), 0u);
+  ASSERT_EQ(ZqLogOpenEx(nullptr, ini), 0u);
+  const ZqLogWriter previous = ZqLogCustSetWriter(ZQLOG_DEFAULT_HANDLE, CollectLine);
+  ASSERT_NE(previous, nullptr);
+  ASSERT_EQ(ZqMQStartup(), 0u);
+  std::uint32_t handle = 0;
+  ASSERT_EQ(ZqMQCreateConnection(&handle), 0u);
+  // A name no resolver knows, without asking one.
+  os::SocketCalls calls = os::RealSocketCalls();
+  calls.getaddrinfo = [](const char*, const char*, const addrinfo*, addrinfo**) {
+    return EAI_NONAME;
+  };
+  os::SetSocketCallsForTesting(&calls);
+  std::uint32_t fatal = 0;
+  EXPECT_EQ(ZqMQConnectEx(handle, "APPNAME=a;HOST=no.such.host;PORT=1", 100, &fatal),
+            static_cast<std::uint32_t>(ZQERR_MQ_SOCK_MAKEADDR));
+  os::SetSocketCallsForTesting(nullptr);
+  EXPECT_EQ(fatal, 1u);
+  EXPECT_EQ(ZqMQFreeConnection(handle), 0u);
+  ZqMQCleanup();
+  ZqLogCustSetWriter(ZQLOG_DEFAULT_HANDLE, previous);
+  ZqLogClose();
+  ZqIniCustClose(ini);
+  std::filesystem::remove_all(dir);
+  std::string all;
+  for (const std::string& line : g_lines)
+    all += line + "\n";
+  char id[32];
+  std::snprintf(id, sizeof id, "0x%X", handle);
+  for (const std::string& expected : {std::string("zqmq-cli;;MQ library started"),
+                                      "zqmq-cli;;New connection created;mq-conn " + std::string(id),
+                                      "Couldn't connect socket;conn " + std::string(id) +
+                                          ";host 'no.such.host';port 1;timeout 100",
+                                      "zqmq-cli;;Connection released;mq-conn " + std::string(id),
+                                      std::string("zqmq-cli;;MQ library stopped")}) {
+    EXPECT_NE(all.find(expected), std::string::npos) << expected << "\nin:\n" << all;
   }
 }
 

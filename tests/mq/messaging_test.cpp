@@ -56,7 +56,7 @@ TEST_F(MqTest, FramingFaultsAndSilence) {
       {Frame(0x1005, "") + Frame(0x7777, "?") + Frame(0x400B, "late"), false, kTimeout, 0},
       {Posted("cut").substr(0, 30), true, ZQERR_MQ_SOCK_CLOSED, ZQMQ_STATUS_INVALID},
   };
-  router_.Run([&](ScriptedRouter& router) {
+  router_.Run([cases](ScriptedRouter& router) {
     for (const Case& c : cases) {
       RouterPeer peer = router.Accept();
       peer.Welcome();
@@ -75,7 +75,7 @@ TEST_F(MqTest, FramingFaultsAndSilence) {
 
 TEST_F(MqTest, AHeaderSplitByATimeoutIsCompletedByTheNextReceive) {
   std::promise<void> go;
-  Serve([&, rest = go.get_future().share()](RouterPeer& peer) {
+  Serve([rest = go.get_future().share()](RouterPeer& peer) {
     const std::string frame = Posted("split");
     peer.Send(frame.substr(0, 10));
     if (rest.wait_for(milliseconds(5000)) != std::future_status::ready)
@@ -380,6 +380,7 @@ TEST_F(MqTest, AHandleFreedDuringAnOperation) {
   ASSERT_EQ(posted.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready);
   EXPECT_EQ(ZqMQFreeConnection(handle), 0u);
   poster.join();
+  EXPECT_EQ(router_.Finish(), "");  // the script's last use of `posted` is over
   EXPECT_EQ(rc, 0u);
   std::uint32_t status = 0;
   EXPECT_EQ(ZqMQGetStatus(handle, &status),
