@@ -1,5 +1,7 @@
 #include "mq/connection.h"
 
+#include <poll.h>
+
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -225,6 +227,14 @@ void CConnection::Defer(CLLMsg&& frame) {
 std::uint32_t CConnection::AwaitOperationResult(std::uint32_t operation, std::uint32_t& result,
                                                 CLLMsg* answer) noexcept {
   const Deadline budget(localTimeout_);
+  // The answer cannot be there yet: wait for it before the first read, which
+  // saves a read that would only find the socket empty. Whatever the wait
+  // finds, the receive below reports.
+  {
+    pollfd ready{link_.Io().fd, POLLIN, 0};
+    const std::uint32_t left = budget.RemainingMs();
+    os::PollSockets(&ready, 1, PollTimeout(left < kRecvSliceMs ? left : kRecvSliceMs));
+  }
   for (;;) {
     CLLMsg frame;
     const std::uint32_t rc = RecvLLMsg(frame, budget.RemainingMs());
