@@ -368,24 +368,33 @@ std::uint32_t CConnection::ApplyRouterStatus(const CLLMsg& frame) noexcept {
   return ApplyRouterStatus(status.Get());
 }
 
-std::uint32_t CConnection::AwaitRouterStatus(std::uint32_t timeoutMs) noexcept {
+std::uint32_t CConnection::AwaitFrame(FrameMatch matches, std::uint64_t key,
+                                      std::uint32_t timeoutMs, CLLMsg& found) noexcept {
   for (auto at = deferred_.begin(); at != deferred_.end(); ++at) {
-    if (at->Type() != kLLRouterStatus) continue;
-    const std::uint32_t rc = ApplyRouterStatus(*at);
+    if (!matches(*at, key)) continue;
+    found = static_cast<CLLMsg&&>(*at);
     deferred_.erase(at);
-    return rc;
+    return 0;
   }
   const Deadline budget(timeoutMs);
   for (;;) {
-    CLLMsg frame;
-    if (const std::uint32_t rc = RecvLLMsg(frame, budget.RemainingMs()); rc != 0) return rc;
-    if (frame.Type() == kLLRouterStatus) return ApplyRouterStatus(frame);
+    if (const std::uint32_t rc = RecvLLMsg(found, budget.RemainingMs()); rc != 0) return rc;
+    if (matches(found, key)) return 0;
     try {
-      Defer(static_cast<CLLMsg&&>(frame));
+      Defer(static_cast<CLLMsg&&>(found));
     } catch (const std::bad_alloc&) {
       return ZQERR_COMMON_NO_MEMORY;
     }
   }
+}
+
+std::uint32_t CConnection::AwaitRouterStatus(std::uint32_t timeoutMs) noexcept {
+  const auto isStatus = [](const CLLMsg& frame, std::uint64_t) noexcept {
+    return frame.Type() == kLLRouterStatus;
+  };
+  CLLMsg status;
+  const std::uint32_t rc = AwaitFrame(isStatus, 0, timeoutMs, status);
+  return rc != 0 ? rc : ApplyRouterStatus(status);
 }
 
 std::uint32_t CConnection::Handshake(const ConnString& target, std::uint32_t timeoutMs,

@@ -100,6 +100,12 @@ class CConnection : public common::CRefCounted {
   std::uint32_t AwaitOperationResult(std::uint32_t operation, std::uint32_t& result,
                                      CLLMsg* answer) noexcept;
   // Frames, sends and awaits a numbered operation; `result` is the router's.
+  // The first frame `matches` accepts (with `key`): taken out of the
+  // deferred list, else received within `timeoutMs`; the frames it does not
+  // accept are deferred.
+  using FrameMatch = bool (*)(const CLLMsg& frame, std::uint64_t key) noexcept;
+  std::uint32_t AwaitFrame(FrameMatch matches, std::uint64_t key, std::uint32_t timeoutMs,
+                           CLLMsg& found) noexcept;
   std::uint32_t RunOperation(std::uint32_t type, Bytes fixed, HZQMSG message, Bytes raw,
                              std::uint32_t& result, CLLMsg* answer) noexcept;
 
@@ -115,6 +121,8 @@ class CConnection : public common::CRefCounted {
   std::uint32_t PostCore(HZQMSG message, std::uint32_t type, std::uint64_t* id,
                          const std::uint32_t* fixed, bool internal) noexcept;
   std::uint32_t PostReplyLocked(HZQMSG request, HZQMSG reply, bool internal) noexcept;
+  std::uint32_t SendRequest(HZQMSG message, std::uint32_t type, std::uint32_t timeoutMs,
+                            std::uint64_t& sendId) noexcept;
   std::uint32_t AwaitSyncReply(std::uint64_t sendId, HZQMSG* reply,
                                std::uint32_t timeoutMs) noexcept;
   Outcome Dispatch(const CLLMsg& frame, bool peek, HZQMSG* out) noexcept;

@@ -152,14 +152,19 @@ std::uint32_t CConnection::PostReply(HZQMSG request, HZQMSG reply) noexcept {
   return PostReplyLocked(request, reply, false);
 }
 
+std::uint32_t CConnection::SendRequest(HZQMSG message, std::uint32_t type, std::uint32_t timeoutMs,
+                                       std::uint64_t& sendId) noexcept {
+  const std::uint32_t rc = PostCore(message, type, &sendId, &timeoutMs, false);
+  if (rc == 0) ZqMsgSetFieldUINT64(message, ZQMSG_FIELD_SENDID, sendId);
+  return rc;
+}
+
 std::uint32_t CConnection::Send(HZQMSG message, HZQMSG* reply, std::uint32_t timeoutMs) noexcept {
   const std::lock_guard hold(lock_);
   std::uint64_t sendId = 0;
-  if (const std::uint32_t rc = PostCore(message, kLLSyncSend, &sendId, &timeoutMs, false);
-      rc != 0) {
+  if (const std::uint32_t rc = SendRequest(message, kLLSyncSend, timeoutMs, sendId); rc != 0) {
     return rc;
   }
-  ZqMsgSetFieldUINT64(message, ZQMSG_FIELD_SENDID, sendId);
   // The router enforces the send's timeout; should it fail to answer, the
   // wait still ends once the local timeout has passed on top of it.
   const std::uint64_t guard = std::uint64_t{timeoutMs} + localTimeout_;
@@ -174,11 +179,9 @@ std::uint32_t CConnection::AsyncSend(HZQMSG message, std::uint32_t timeoutMs,
                                      ZqMQReplyCallback callback, void* context) noexcept {
   const std::lock_guard hold(lock_);
   std::uint64_t sendId = 0;
-  if (const std::uint32_t rc = PostCore(message, kLLAsyncSend, &sendId, &timeoutMs, false);
-      rc != 0) {
+  if (const std::uint32_t rc = SendRequest(message, kLLAsyncSend, timeoutMs, sendId); rc != 0) {
     return rc;
   }
-  ZqMsgSetFieldUINT64(message, ZQMSG_FIELD_SENDID, sendId);
   if (callback == nullptr) return 0;
   if (sendId == 0) {
     ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
@@ -254,23 +257,9 @@ std::uint32_t ReplyOf(const CLLMsg& frame, std::uint64_t sendId, HZQMSG* reply) 
 
 std::uint32_t CConnection::AwaitSyncReply(std::uint64_t sendId, HZQMSG* reply,
                                           std::uint32_t timeoutMs) noexcept {
-  for (auto at = deferred_.begin(); at != deferred_.end(); ++at) {
-    if (!AnswersSend(*at, sendId)) continue;
-    const std::uint32_t rc = ReplyOf(*at, sendId, reply);
-    deferred_.erase(at);
-    return rc;
-  }
-  const Deadline budget(timeoutMs);
-  for (;;) {
-    CLLMsg frame;
-    if (const std::uint32_t rc = RecvLLMsg(frame, budget.RemainingMs()); rc != 0) return rc;
-    if (AnswersSend(frame, sendId)) return ReplyOf(frame, sendId, reply);
-    try {
-      Defer(static_cast<CLLMsg&&>(frame));
-    } catch (const std::bad_alloc&) {
-      return ZQERR_COMMON_NO_MEMORY;
-    }
-  }
+  CLLMsg answer;
+  const std::uint32_t rc = AwaitFrame(AnswersSend, sendId, timeoutMs, answer);
+  return rc != 0 ? rc : ReplyOf(answer, sendId, reply);
 }
 
 // ---- Receiving ----
