@@ -338,6 +338,23 @@ TEST_F(MqTest, MultiGetWaitsOnAllSocketsWithoutTheirLocks) {
   EXPECT_EQ(b.Status(), ZQMQ_STATUS_CONNECTED);
 }
 
+// The wait holds a reference to each socket but no lock: another thread can
+// disconnect meanwhile, which wakes the wait and ends it.
+TEST_F(MqTest, ADisconnectEndsAMultiGetWait) {
+  Serve([](RouterPeer&) {});
+  Conn conn;
+  ASSERT_EQ(Connect(conn), 0u);
+  std::uint32_t count = 1, rc = 99;
+  HZQMSG message = nullptr;
+  std::thread waiter([&] { rc = ZqMQGetMsgFromMultiple(&count, &conn.handle, &message, 5000); });
+  EXPECT_TRUE(Eventually([&] { return (conn.Status() & ZQMQ_STATUS_MULTI_GET) != 0; }));
+  EXPECT_EQ(ZqMQDisconnect(conn.handle), 0u);
+  waiter.join();
+  EXPECT_EQ(rc, static_cast<std::uint32_t>(ZQERR_MQ_NOT_CONNECTED_YET));
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(message, nullptr);
+}
+
 TEST_F(MqTest, TwoThreadsOnOneConnectionTakeTurns) {
   constexpr int kPerThread = 20;
   Serve([](RouterPeer& peer) {
