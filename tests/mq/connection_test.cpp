@@ -153,8 +153,8 @@ TEST_F(MqTest, HelloCarriesTheTextWithoutPortAndHost) {
 }
 
 TEST_F(MqTest, ConnectFailuresLeaveTheConnectionUnconnected) {
-  const std::uint32_t refusal = 0x7005;
-  router_.Run([refusal](ScriptedRouter& router) {
+  constexpr std::uint32_t refusal = 0x7005;
+  router_.Run([](ScriptedRouter& router) {
     {
       RouterPeer refused = router.Accept();
       refused.ReadHello();
