@@ -7,6 +7,7 @@
 #include "zqsys/zqerr.h"
 #include "zqsys/zqini.h"
 #include "zqsys/zqlog.h"
+#include "zqsys/zqmq.h"
 #include "zqsys/zqmsg.h"
 #include "zqsys/zqprintf.h"
 #include "zqsys/zqrecord.h"

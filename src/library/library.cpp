@@ -71,3 +71,8 @@ zq::log::CLogRegistry* zq::log::CurrentLogRegistry() noexcept {
   library::CLibrary* library = library::Current();
   return library != nullptr ? &library->Logs() : nullptr;
 }
+
+zq::mq::CConnectionRegistry* zq::mq::CurrentConnectionRegistry() noexcept {
+  library::CLibrary* library = library::Current();
+  return library != nullptr ? &library->Connections() : nullptr;
+}

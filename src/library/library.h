@@ -8,6 +8,7 @@
 #include "config/ini_registry.h"
 #include "library/module_registry.h"
 #include "log/log_registry.h"
+#include "mq/connection_registry.h"
 
 namespace zq::library {
 
@@ -22,6 +23,7 @@ class CLibrary {
 
   config::CIniRegistry& Ini() noexcept { return ini_; }
   log::CLogRegistry& Logs() noexcept { return logs_; }
+  mq::CConnectionRegistry& Connections() noexcept { return connections_; }
   CModuleRegistry& Modules() noexcept { return modules_; }
   // The id this library registered itself under; 0 if registration failed.
   std::uint32_t OwnModuleId() const noexcept { return ownModuleId_; }
@@ -30,6 +32,7 @@ class CLibrary {
   // The registries, in the order they are made; they go in reverse.
   config::CIniRegistry ini_;
   log::CLogRegistry logs_;  // the default log exists from load to unload
+  mq::CConnectionRegistry connections_;
   CModuleRegistry modules_;
   std::uint32_t ownModuleId_ = 0;
 };
