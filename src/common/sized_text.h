@@ -19,9 +19,10 @@ inline std::uint32_t ReturnSizedText(std::string_view text, char* buffer,
   const std::uint32_t given = *size;
   *size = needed;
   if (buffer == nullptr || given < needed) return ZQERR_COMMON_BUFFER_TOO_SMALL;
-  std::memcpy(buffer, text.data(), text.size());
+  // An empty view may have no data at all, which memcpy must not be given.
+  if (!text.empty()) std::memcpy(buffer, text.data(), text.size());
   buffer[text.size()] = '\0';
-  return 0;
+  return ZQERR_COMMON_OK;
 }
 
 }  // namespace zq::common

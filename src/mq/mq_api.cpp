@@ -301,7 +301,7 @@ ZQ_API uint32_t ZqMQGetAppNameFromAddr(const char* address, char* buffer, uint32
   const std::string_view text(address);
   const size_t dot = text.find('.');
   return zq::common::ReturnSizedText(
-      dot == std::string_view::npos ? std::string_view("") : text.substr(dot + 1), buffer, size);
+      dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1), buffer, size);
 }
 
 ZQ_API uint32_t ZqMQServiceRegister(uint32_t handle, const char* service, int32_t flag) {
