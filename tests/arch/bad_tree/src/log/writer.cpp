@@ -1,3 +1,3 @@
 #include "config/reader.h"
-#include "zqsys/zqmsg.h"
 #include "zqsys/zqerr.h"
+#include "zqsys/zqmsg.h"
