@@ -47,11 +47,11 @@ class CHandleTable {
   template <class Bind>
   std::uint32_t Add(T& object, std::uint32_t& id, Bind&& bind) noexcept {
     const std::unique_lock hold(lock_);
-    if (lastId_ + 1 == kReservedId) return kInternalError;
+    if (lastId_ + 1 == kReservedId) return ZQERR_COMMON_INTERNAL_ERROR;
     try {
       objects_.emplace(lastId_ + 1, &object);
     } catch (const std::bad_alloc&) {
-      return kNoMemory;
+      return ZQERR_COMMON_NO_MEMORY;
     }
     id = ++lastId_;
     bind(id);
@@ -104,9 +104,6 @@ class CHandleTable {
   }
 
  private:
-  static constexpr auto kNoMemory = static_cast<std::uint32_t>(ZQERR_COMMON_NO_MEMORY);
-  static constexpr auto kInternalError = static_cast<std::uint32_t>(ZQERR_COMMON_INTERNAL_ERROR);
-
   using Map = std::map<std::uint32_t, T*, std::less<>,
                        os::LibraryAllocator<std::pair<const std::uint32_t, T*>>>;
   mutable std::shared_mutex lock_;  // guards the fields below

@@ -19,8 +19,6 @@ namespace {
 using common::FormatToBufferF;
 using IniRef = common::CRef<config::CIniObject>;
 
-constexpr auto kInternalError = static_cast<std::uint32_t>(ZQERR_COMMON_INTERNAL_ERROR);
-
 const char* SeverityWord(std::int32_t severity) noexcept {
   switch (severity) {
     case ZQLOG_WARNING:
@@ -42,7 +40,7 @@ std::uint32_t ExecutableStem(std::string& stem) {
   stem = path.substr(path.rfind('/') + 1);
   const std::size_t dot = stem.rfind('.');
   if (dot != std::string::npos) stem.resize(dot);
-  return stem.empty() ? kInternalError : 0;
+  return stem.empty() ? ZQERR_COMMON_INTERNAL_ERROR : 0;
 }
 
 // The settings as the INI functions read them: through a handle that names
@@ -69,7 +67,7 @@ std::uint32_t CLog::MakeBaseName(const IniRef& ini) {
     if (const std::uint32_t rc = ExecutableStem(given)) return rc;
   }
   if (!os::FullPathName(given.c_str(), base_)) return ZQERR_COMMON_SYSCALL_FAILED;
-  return base_.size() >= PATH_MAX ? kInternalError : 0;
+  return base_.size() >= PATH_MAX ? ZQERR_COMMON_INTERNAL_ERROR : 0;
 }
 
 std::uint32_t CLog::ReadSettings(const IniRef& ini, std::string& traceIniPath) {
@@ -230,14 +228,14 @@ std::uint32_t CLog::BuildLine(LogEntry& entry, std::int32_t severity, const char
   std::uint32_t length = StampTime(entry);
   length += FormatToBufferF(entry.text + length, kEntrySize - length, ";%s;%s;",
                             category != nullptr ? category : "", SeverityWord(severity));
-  if (length >= kEntrySize - 1) return kInternalError;
+  if (length >= kEntrySize - 1) return ZQERR_COMMON_INTERNAL_ERROR;
   std::uint32_t message = 0;
   if (prefix != nullptr) {
     message = FormatToBufferF(entry.text + length, kEntrySize - length, "%s", prefix);
   }
   message += common::FormatToBuffer(entry.text + length + message, kEntrySize - length - message,
                                     format, args);
-  if (message == 0) return kInternalError;
+  if (message == 0) return ZQERR_COMMON_INTERNAL_ERROR;
   length += message;
   if (length == kEntrySize - 1) MarkCut(entry.text, length);
   entry.length = length;

@@ -75,8 +75,6 @@ uint32_t CheckThenLog(uint32_t handle, int32_t severity, const char* category, c
   return 1;
 }
 
-constexpr auto kInternalError = static_cast<uint32_t>(ZQERR_COMMON_INTERNAL_ERROR);
-
 }  // namespace
 
 #define ZQ_PARAMS(...) __VA_ARGS__
@@ -191,7 +189,8 @@ ZQ_API uint32_t ZqLogOpen(const char* section) {
 ZQ_API uint32_t ZqLogOpenEx(const char* section, uint32_t iniHandle) {
   return Guarded([&]() -> uint32_t {
     const auto log = ResolveLog(ZQLOG_DEFAULT_HANDLE);
-    return log ? log->Open(section, iniHandle) : kInternalError;
+    if (!log) return ZQERR_COMMON_INTERNAL_ERROR;
+    return log->Open(section, iniHandle);
   });
 }
 
@@ -213,7 +212,8 @@ ZQ_API uint32_t ZqLogCustOpenEx(uint32_t* handle, const char* section, uint32_t 
   *handle = 0;
   return Guarded([&]() -> uint32_t {
     zq::log::CLogRegistry* registry = CurrentLogRegistry();
-    return registry != nullptr ? registry->OpenCustom(handle, section, iniHandle) : kInternalError;
+    if (registry == nullptr) return ZQERR_COMMON_INTERNAL_ERROR;
+    return registry->OpenCustom(handle, section, iniHandle);
   });
 }
 

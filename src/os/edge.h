@@ -5,20 +5,18 @@
 #include <cstdint>
 #include <new>
 
-namespace zq {
+#include "zqsys/zqerr.h"
 
-inline constexpr std::uint32_t kNoMemory = 1;
-inline constexpr std::uint32_t kWrongArguments = 2;
-inline constexpr std::uint32_t kInternalError = 3;
+namespace zq {
 
 template <class Body>
 std::uint32_t Guarded(Body&& body) noexcept {
   try {
     return body();
   } catch (const std::bad_alloc&) {
-    return kNoMemory;
+    return ZQERR_COMMON_NO_MEMORY;
   } catch (...) {
-    return kInternalError;
+    return ZQERR_COMMON_INTERNAL_ERROR;
   }
 }
 
