@@ -65,7 +65,7 @@ class CConnection : public common::CRefCounted {
                           void* context) noexcept;
   // Get (peek false) or Peek; `group` is the multi-connection wait the call
   // serves, or 0.
-  std::uint32_t Receive(HZQMSG* message, std::uint32_t timeoutMs, bool peek,
+  std::uint32_t Receive(HZQMSG* out, std::uint32_t timeoutMs, bool peek,
                         std::uint32_t group) noexcept;
   // Enrols the connection in the multi-connection wait `group` and hands out
   // its socket for the poll; Leave ends the enrolment if it is still ours.

@@ -1,5 +1,6 @@
 // The exported message-queue functions: check the arguments, look the
 // handle up, run one operation of the connection, return its code.
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -284,9 +285,9 @@ ZQ_API uint32_t ZqMQAddrCompose(const char* node, const char* app, char* buffer,
   *size = needed;
   if (buffer == nullptr) return ZQERR_COMMON_REAL_SIZE_RETURNED;
   if (given < needed) return ZQERR_COMMON_BUFFER_TOO_SMALL;
-  std::memcpy(buffer, node, nodeLength);
-  buffer[nodeLength] = '.';
-  std::memcpy(buffer + nodeLength + 1, app, appLength + 1);
+  char* at = std::copy_n(node, nodeLength, buffer);
+  *at++ = '.';
+  std::copy_n(app, appLength + 1, at);  // with its terminator
   return 0;
 }
 

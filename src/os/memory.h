@@ -50,9 +50,12 @@ struct LibraryAllocator {
   LibraryAllocator() noexcept = default;
   template <class U>
   LibraryAllocator(const LibraryAllocator<U>&) noexcept {}
+  // T is any element type, pointers included, whose size is what is wanted.
+  // NOLINTBEGIN(bugprone-sizeof-expression)
   T* allocate(std::size_t count) {
     if (count > static_cast<std::size_t>(-1) / sizeof(T)) throw std::bad_alloc();
     void* memory = Allocate(count * sizeof(T));
+    // NOLINTEND(bugprone-sizeof-expression)
     if (memory == nullptr) throw std::bad_alloc();
     return static_cast<T*>(memory);
   }
