@@ -1,17 +1,29 @@
-// A post round trip through the client (ZqMQPostMsg to an in-process echo
-// router that answers every frame with its operation result) beside a raw
-// TCP ping-pong of the same bytes on the same loopback: the reference sends
-// a frame of the size the post's frame has and reads the same 28-byte
-// answer, so the ratio is what the client adds (message block, framing,
-// locks, the wait for the result).
+// What the client adds to a round trip over loopback, each figure beside a
+// raw reference with plain blocking sockets in the same run:
+//
+// - a post (ZqMQPostMsg to an in-process echo router that answers every
+//   frame with its operation result) beside a raw ping-pong that sends a
+//   frame of the post's size and reads the same 28-byte answer; the second
+//   argument places the threads: "cpus:1" runs the benchmark thread and the
+//   echo thread both on CPU 0, "cpus:2" the benchmark thread on CPU 0 and
+//   the echo thread on CPU 1;
+// - a synchronous send (ZqMQSendMsg from A through an in-process relay to
+//   B, which answers with ZqMQGetMsg and ZqMQPostReplyMsg) beside a raw
+//   relay of the same topology and the same frame sizes, placed by the
+//   same rule: A is the benchmark thread, the relay and B are its peers.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -19,10 +31,25 @@
 #include <thread>
 #include <vector>
 
+#include "zqsys/zqerr.h"
 #include "zqsys/zqmq.h"
 #include "zqsys/zqmsg.h"
 
 namespace {
+
+// No wait of the bench lasts longer than this: a lost peer ends its thread.
+constexpr int kWaitMs = 10000;
+constexpr std::uint32_t kHeaderSize = 20;
+constexpr std::uint32_t kLLPing = 0x1005;
+constexpr std::uint32_t kLLPost = 0x4003;
+constexpr std::uint32_t kLLReply = 0x4005;
+constexpr std::uint32_t kLLRequest = 0x4008;
+constexpr std::uint32_t kLLSyncSend = 0x400A;
+constexpr std::uint32_t kLLSyncReplyResult = 0x400B;
+constexpr std::uint32_t kLLResult = 0x5000;
+constexpr std::uint32_t kLLResultWithId = 0x5001;
+constexpr std::uint32_t kLLRouterStatus = 0x5002;
+constexpr std::uint32_t kMaxBody = 0x1000000;
 
 void Check(bool ok, const char* what) {
   if (!ok) throw std::runtime_error(what);
@@ -33,6 +60,11 @@ void PutU32(std::uint32_t value, char* at) {
     at[i] = static_cast<char>(value >> (8 * i));
 }
 
+void PutU64(std::uint64_t value, char* at) {
+  PutU32(static_cast<std::uint32_t>(value), at);
+  PutU32(static_cast<std::uint32_t>(value >> 32), at + 4);
+}
+
 std::uint32_t GetU32(const char* at) {
   std::uint32_t value = 0;
   for (int i = 3; i >= 0; --i)
@@ -40,13 +72,17 @@ std::uint32_t GetU32(const char* at) {
   return value;
 }
 
+void PutHeader(std::uint32_t type, std::uint32_t length, char* at) {
+  std::memcpy(at, ";-))", 4);
+  PutU32(1, at + 4);
+  PutU32(length, at + 8);
+  PutU32(type, at + 12);
+  PutU32(0, at + 16);
+}
+
 std::string Header(std::uint32_t type, std::uint32_t length) {
-  std::string header(";-))", 4);
-  header.resize(20);
-  PutU32(1, &header[4]);
-  PutU32(length, &header[8]);
-  PutU32(type, &header[12]);
-  PutU32(0, &header[16]);
+  std::string header(kHeaderSize, '\0');
+  PutHeader(type, length, header.data());
   return header;
 }
 
@@ -70,86 +106,179 @@ bool WriteAll(int fd, const char* bytes, std::size_t size) {
   return true;
 }
 
-void NoDelay(int fd) {
-  const int on = 1;
-  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+// One frame, keep-alive pings skipped: its body goes `at` bytes into
+// `buffer`, so that a forwarder can put a header in front of it in place.
+// False at the end of the stream, on a wait past kWaitMs or on a bad length.
+bool ReadFrame(int fd, std::vector<char>& buffer, std::size_t at, std::uint32_t& type,
+               std::uint32_t& length) {
+  char header[kHeaderSize];
+  do {
+    if (!ReadAll(fd, header, sizeof header)) return false;
+    type = GetU32(header + 12);
+    length = GetU32(header + 8);
+    if (length > kMaxBody) return false;
+    if (buffer.size() < at + length) buffer.resize(at + length);
+    if (!ReadAll(fd, buffer.data() + at, length)) return false;
+  } while (type == kLLPing);
+  return true;
 }
 
-// The echo router: one connection, optionally welcomed with the hello
-// answer and a router status, then every frame answered with a 0x5000
-// result for the operation number its body starts with.
-class EchoRouter {
+// Every socket of the bench: no Nagle delay, and reads and writes that give
+// up after kWaitMs.
+int Tuned(int fd) {
+  const int on = 1;
+  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  const timeval limit{kWaitMs / 1000, 0};
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  return fd;
+}
+
+class Socket {
  public:
-  explicit EchoRouter(bool welcome) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  explicit Socket(int fd = -1) : fd_(fd) {}
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+  ~Socket() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  int Fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// A loopback listener on a free port whose accept waits at most kWaitMs.
+class Listener {
+ public:
+  Listener() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    Check(listener_ >= 0 && ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-              ::listen(listener_, 1) == 0 &&
-              ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) == 0,
+    Check(socket_.Fd() >= 0 &&
+              ::bind(socket_.Fd(), reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+              ::listen(socket_.Fd(), 2) == 0 &&
+              ::getsockname(socket_.Fd(), reinterpret_cast<sockaddr*>(&address), &length) == 0,
           "listen");
     port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this, welcome] { Serve(welcome); });
-  }
-  ~EchoRouter() {
-    thread_.join();
-    ::close(listener_);
   }
   std::uint16_t Port() const { return port_; }
+  // The next client, or -1 when none came in time.
+  int Accept() const {
+    pollfd entry{socket_.Fd(), POLLIN, 0};
+    if (::poll(&entry, 1, kWaitMs) != 1) return -1;
+    const int fd = ::accept4(socket_.Fd(), nullptr, nullptr, SOCK_CLOEXEC);
+    return fd < 0 ? -1 : Tuned(fd);
+  }
 
  private:
-  void Serve(bool welcome) {
-    const int fd = ::accept(listener_, nullptr, nullptr);
-    if (fd < 0) return;
-    NoDelay(fd);
-    if (welcome && !Welcome(fd)) {
-      ::close(fd);
-      return;
-    }
-    std::vector<char> body;
-    std::string answer = Header(0x5000, 8) + std::string(8, '\0');
-    char header[20];
-    while (ReadAll(fd, header, sizeof header)) {
-      body.resize(GetU32(header + 8));
-      if (!ReadAll(fd, body.data(), body.size()) || body.size() < 4) break;
-      std::memcpy(&answer[20], body.data(), 4);
-      if (!WriteAll(fd, answer.data(), answer.size())) break;
-    }
-    ::close(fd);
-  }
-
-  static bool Welcome(int fd) {
-    int zeros = 0;
-    char byte;
-    while (zeros < 2 && ReadAll(fd, &byte, 1))
-      zeros += byte == '\0';
-    HZQMSG status = nullptr;
-    ZqMsgCreateMessage(&status);
-    ZqMsgSetFieldStr(status, ZQMSG_FIELD_CATEGORY, "Zq_System");
-    ZqMsgSetFieldUINT32(status, ZQMSG_FIELD_TYPE, 1);
-    ZqMsgSetFieldUINT32(status, "Zq_RouterState", 0);
-    ZqMsgSetFieldStr(status, "Zq_RouterName", "bench");
-    ZqMsgSetFieldUINT32(status, "Zq_LoginId", 0);
-    std::uint32_t size = 0;
-    ZqMsgGetMessageBlockSize(status, &size);
-    std::string block(size, '\0');
-    ZqMsgSaveMessageToBlock(status, block.data(), &size);
-    ZqMsgFreeMessage(status);
-    const std::string welcome = std::string(4, '\0') + Header(0x5002, size) + block;
-    return zeros == 2 && WriteAll(fd, welcome.data(), welcome.size());
-  }
-
-  int listener_ = -1;
+  Socket socket_;
   std::uint16_t port_ = 0;
+};
+
+int ConnectRaw(std::uint16_t port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  Check(fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0,
+        "connect");
+  return Tuned(fd);
+}
+
+// Pins the calling thread to `cpu` and gives back its former CPU set at
+// the end, so that a benchmark leaves the next one as it found it.
+class PinnedTo {
+ public:
+  explicit PinnedTo(int cpu) {
+    Check(::pthread_getaffinity_np(::pthread_self(), sizeof saved_, &saved_) == 0, "affinity");
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(cpu, &one);
+    Check(::pthread_setaffinity_np(::pthread_self(), sizeof one, &one) == 0, "pin");
+  }
+  PinnedTo(const PinnedTo&) = delete;
+  PinnedTo& operator=(const PinnedTo&) = delete;
+  ~PinnedTo() { ::pthread_setaffinity_np(::pthread_self(), sizeof saved_, &saved_); }
+
+ private:
+  cpu_set_t saved_{};
+};
+
+// The placement argument: the benchmark thread always runs on CPU 0, its
+// peer on CPU 0 too ("cpus:1") or on CPU 1 ("cpus:2").
+constexpr int kBenchCpu = 0;
+int PeerCpu(const benchmark::State& state) {
+  return state.range(1) == 1 ? 0 : 1;
+}
+
+// The hello answer 0 and a router status, after reading the client's hello
+// (two zero-terminated texts).
+bool Welcome(int fd) {
+  int zeros = 0;
+  char byte;
+  while (zeros < 2 && ReadAll(fd, &byte, 1))
+    zeros += byte == '\0';
+  HZQMSG status = nullptr;
+  ZqMsgCreateMessage(&status);
+  ZqMsgSetFieldStr(status, ZQMSG_FIELD_CATEGORY, "Zq_System");
+  ZqMsgSetFieldUINT32(status, ZQMSG_FIELD_TYPE, 1);
+  ZqMsgSetFieldUINT32(status, "Zq_RouterState", 0);
+  ZqMsgSetFieldStr(status, "Zq_RouterName", "bench");
+  ZqMsgSetFieldUINT32(status, "Zq_LoginId", 0);
+  std::uint32_t size = 0;
+  ZqMsgGetMessageBlockSize(status, &size);
+  std::string block(size, '\0');
+  ZqMsgSaveMessageToBlock(status, block.data(), &size);
+  ZqMsgFreeMessage(status);
+  const std::string welcome = std::string(4, '\0') + Header(kLLRouterStatus, size) + block;
+  return zeros == 2 && WriteAll(fd, welcome.data(), welcome.size());
+}
+
+// An operation result: the operation number, result 0, and the send id
+// for a 0x5001.
+bool Answer(int fd, std::uint32_t type, const char* operation, std::uint64_t id = 0) {
+  char frame[kHeaderSize + 16];
+  const std::uint32_t length = type == kLLResultWithId ? 16 : 8;
+  PutHeader(type, length, frame);
+  std::memcpy(frame + kHeaderSize, operation, 4);
+  PutU32(0, frame + kHeaderSize + 4);
+  PutU64(id, frame + kHeaderSize + 8);
+  return WriteAll(fd, frame, kHeaderSize + length);
+}
+
+// The echo router: one connection, optionally welcomed, then every frame
+// answered with a 0x5000 result for the operation number its body starts
+// with. Its thread runs on `cpu`.
+class EchoRouter {
+ public:
+  EchoRouter(bool welcome, int cpu) : thread_([this, welcome, cpu] { Serve(welcome, cpu); }) {}
+  ~EchoRouter() { thread_.join(); }
+  std::uint16_t Port() const { return listener_.Port(); }
+
+ private:
+  void Serve(bool welcome, int cpu) {
+    const PinnedTo pin(cpu);
+    const Socket client(listener_.Accept());
+    if (client.Fd() < 0 || (welcome && !Welcome(client.Fd()))) return;
+    std::vector<char> body;
+    std::uint32_t type = 0;
+    std::uint32_t length = 0;
+    while (ReadFrame(client.Fd(), body, 0, type, length) && length >= 4 &&
+           Answer(client.Fd(), kLLResult, body.data())) {
+    }
+  }
+
+  Listener listener_;
   std::thread thread_;
 };
 
-HZQMSG MessageWithBody(std::size_t bodySize) {
+HZQMSG MessageWithBody(const char* to, std::size_t bodySize) {
   HZQMSG message = nullptr;
   ZqMsgCreateMessage(&message);
-  ZqMsgSetFieldStr(message, ZQMSG_FIELD_TO, "bench.echo");
+  ZqMsgSetFieldStr(message, ZQMSG_FIELD_TO, to);
   ZqMsgSetFieldStr(message, ZQMSG_FIELD_CATEGORY, "BENCH");
   ZqMsgSetFieldUINT32(message, ZQMSG_FIELD_TYPE, 1);
   const std::string body(bodySize, 'b');
@@ -157,53 +286,243 @@ HZQMSG MessageWithBody(std::size_t bodySize) {
   return message;
 }
 
-void BM_PostRoundTrip(benchmark::State& state) {
-  ZqMQStartup();
-  EchoRouter router(true);
+std::uint32_t BlockSize(HZQMSG message) {
+  std::uint32_t size = 0;
+  ZqMsgGetMessageBlockSize(message, &size);
+  return size;
+}
+
+std::uint32_t Connected(std::uint16_t port, const char* appName) {
   std::uint32_t handle = 0;
   Check(ZqMQCreateConnection(&handle) == 0, "create");
-  Check(ZqMQConnect(handle, "bench", router.Port(), 5000, nullptr, nullptr, nullptr) == 0,
-        "connect");
+  Check(ZqMQConnect(handle, appName, port, kWaitMs, nullptr, nullptr, nullptr) == 0, "connect");
   Check(ZqMQSetOpt(handle, ZQMQ_OPT_TCP_NODELAY) == 0, "nodelay");
-  HZQMSG message = MessageWithBody(static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state)
-    Check(ZqMQPostMsg(handle, message) == 0, "post");
-  std::uint32_t blockSize = 0;
-  ZqMsgGetMessageBlockSize(message, &blockSize);
-  state.counters["frame_bytes"] = 24 + blockSize;
-  ZqMsgFreeMessage(message);
-  ZqMQFreeConnection(handle);
+  return handle;
+}
+
+void BM_PostRoundTrip(benchmark::State& state) {
+  const PinnedTo pin(kBenchCpu);
+  ZqMQStartup();
+  {
+    EchoRouter router(true, PeerCpu(state));
+    const std::uint32_t handle = Connected(router.Port(), "bench");
+    HZQMSG message = MessageWithBody("bench.echo", static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state)
+      Check(ZqMQPostMsg(handle, message) == 0, "post");
+    state.counters["frame_bytes"] = 24 + BlockSize(message);
+    ZqMsgFreeMessage(message);
+    ZqMQFreeConnection(handle);
+  }
   ZqMQCleanup();
 }
 
 // The reference: the same frame size out, the same answer back, with plain
 // blocking socket calls.
 void BM_RawTcpPingPong(benchmark::State& state) {
-  HZQMSG message = MessageWithBody(static_cast<std::size_t>(state.range(0)));
-  std::uint32_t blockSize = 0;
-  ZqMsgGetMessageBlockSize(message, &blockSize);
+  const PinnedTo pin(kBenchCpu);
+  HZQMSG message = MessageWithBody("bench.echo", static_cast<std::size_t>(state.range(0)));
+  const std::uint32_t blockSize = BlockSize(message);
   ZqMsgFreeMessage(message);
-  EchoRouter router(false);
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(router.Port());
-  Check(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0, "connect");
-  NoDelay(fd);
-  std::string frame = Header(0x4003, 4 + blockSize) + std::string(4 + blockSize, 'b');
+  EchoRouter router(false, PeerCpu(state));
+  const Socket client(ConnectRaw(router.Port()));
+  std::string frame = Header(kLLPost, 4 + blockSize) + std::string(4 + blockSize, 'b');
   char answer[28];
   std::uint32_t operation = 0;
   for (auto _ : state) {
     PutU32(++operation, &frame[20]);
-    Check(WriteAll(fd, frame.data(), frame.size()) && ReadAll(fd, answer, sizeof answer), "echo");
+    Check(WriteAll(client.Fd(), frame.data(), frame.size()) &&
+              ReadAll(client.Fd(), answer, sizeof answer),
+          "echo");
   }
   state.counters["frame_bytes"] = static_cast<double>(frame.size());
-  ::close(fd);
 }
 
-BENCHMARK(BM_PostRoundTrip)->Arg(64)->Arg(1024)->Arg(16384)->UseRealTime();
-BENCHMARK(BM_RawTcpPingPong)->Arg(64)->Arg(1024)->Arg(16384)->UseRealTime();
+// The relay between two clients, A (accepted first) and B, both welcomed.
+// With `protocol`, A's synchronous sends reach B as requests and B's
+// replies reach A as sync reply results, each operation answered as a
+// router does; without it, every frame of A goes to B and every frame of B
+// to A as it came. Its thread runs on `cpu`.
+class Relay {
+ public:
+  Relay(bool protocol, int cpu)
+      : thread_([this, protocol, cpu] {
+          const PinnedTo pin(cpu);
+          protocol ? Serve() : ServeRaw();
+        }) {}
+  ~Relay() { thread_.join(); }
+  std::uint16_t Port() const { return listener_.Port(); }
+
+ private:
+  // The sender the relay names in A's requests, as a block text: a u32
+  // length counting the zero, then the text and its zero.
+  static constexpr char kFromA[] = "\x08\0\0\0bench.a";
+  // A block starts with "ZORK" (9 bytes), the block version and "Zq_Type";
+  // then come the send id and "Zq_ReplyId" (8 bytes each), then the sender.
+  static constexpr std::size_t kSendIdAt = 17;
+  static constexpr std::size_t kFromAt = 33;
+
+  void Serve() {
+    const Socket a(listener_.Accept());
+    if (a.Fd() < 0 || !Welcome(a.Fd())) return;
+    const Socket b(listener_.Accept());
+    if (b.Fd() < 0 || !Welcome(b.Fd())) return;
+    std::vector<char> frame;
+    std::uint32_t type = 0;
+    std::uint32_t length = 0;
+    char operation[4];
+    for (std::uint64_t sendId = 1;; ++sendId) {
+      // A's body (operation, timeout, block) lands 20 bytes in, so the
+      // request for B is built in place: the block's fixed part moves up
+      // over the operation and the timeout, the send id goes into it, and
+      // the 12-byte sender text replaces the 4-byte null marker A's block has
+      // there; the frame keeps its length.
+      if (!ReadFrame(a.Fd(), frame, kHeaderSize, type, length) || type != kLLSyncSend ||
+          length < 8 + kFromAt + 4 ||
+          std::memcmp(&frame[kHeaderSize + 8 + kFromAt], "\xFF\xFF\xFF\xFF", 4) != 0) {
+        return;
+      }
+      std::memcpy(operation, &frame[kHeaderSize], 4);
+      std::memmove(&frame[kHeaderSize], &frame[kHeaderSize + 8], kFromAt);
+      PutU64(sendId, &frame[kHeaderSize + kSendIdAt]);
+      std::memcpy(&frame[kHeaderSize + kFromAt], kFromA, sizeof kFromA);
+      PutHeader(kLLRequest, length, frame.data());
+      if (!WriteAll(b.Fd(), frame.data(), kHeaderSize + length) ||
+          !Answer(a.Fd(), kLLResultWithId, operation, sendId)) {
+        return;
+      }
+      // B's reply (operation, block) lands 16 bytes in: its block goes to
+      // A behind a header over the first 16 bytes and the operation.
+      if (!ReadFrame(b.Fd(), frame, kHeaderSize - 4, type, length) || type != kLLReply ||
+          length < 4) {
+        return;
+      }
+      std::memcpy(operation, &frame[kHeaderSize - 4], 4);
+      PutHeader(kLLSyncReplyResult, length - 4, frame.data());
+      if (!WriteAll(a.Fd(), frame.data(), kHeaderSize + length - 4) ||
+          !Answer(b.Fd(), kLLResult, operation)) {
+        return;
+      }
+    }
+  }
+
+  void ServeRaw() {
+    const Socket a(listener_.Accept());
+    const Socket b(listener_.Accept());
+    std::vector<char> frame;
+    std::uint32_t type = 0;
+    std::uint32_t length = 0;
+    while (a.Fd() >= 0 && b.Fd() >= 0 && ReadFrame(a.Fd(), frame, kHeaderSize, type, length)) {
+      PutHeader(type, length, frame.data());
+      if (!WriteAll(b.Fd(), frame.data(), kHeaderSize + length) ||
+          !ReadFrame(b.Fd(), frame, kHeaderSize, type, length)) {
+        return;
+      }
+      PutHeader(type, length, frame.data());
+      if (!WriteAll(a.Fd(), frame.data(), kHeaderSize + length)) return;
+    }
+  }
+
+  Listener listener_;
+  std::thread thread_;
+};
+
+// B answers every request with a reply of the request's body size until
+// its link ends or it is told to stop.
+void AnswerRequests(std::uint32_t handle, std::size_t bodySize, int cpu,
+                    const std::atomic<bool>& stop) {
+  const PinnedTo pin(cpu);
+  HZQMSG reply = MessageWithBody("", bodySize);
+  while (!stop.load(std::memory_order_relaxed)) {
+    HZQMSG request = nullptr;
+    std::uint32_t rc = ZqMQGetMsg(handle, &request, 100);
+    if (rc == ZQERR_MQ_TIMEOUT) continue;
+    if (rc == 0 && request != nullptr) rc = ZqMQPostReplyMsg(handle, request, reply);
+    ZqMsgFreeMessage(request);
+    if (rc != 0) break;
+  }
+  ZqMsgFreeMessage(reply);
+}
+
+void BM_SendThroughRelay(benchmark::State& state) {
+  const PinnedTo pin(kBenchCpu);
+  const auto bodySize = static_cast<std::size_t>(state.range(0));
+  ZqMQStartup();
+  {
+    Relay relay(true, PeerCpu(state));
+    const std::uint32_t a = Connected(relay.Port(), "a");
+    const std::uint32_t b = Connected(relay.Port(), "b");
+    std::atomic<bool> stop{false};
+    std::thread answerer(AnswerRequests, b, bodySize, PeerCpu(state), std::cref(stop));
+    HZQMSG message = MessageWithBody("bench.b", bodySize);
+    for (auto _ : state) {
+      HZQMSG reply = nullptr;
+      Check(ZqMQSendMsg(a, message, &reply, kWaitMs) == 0 && reply != nullptr, "send");
+      ZqMsgFreeMessage(reply);
+    }
+    state.counters["frame_bytes"] = 28 + BlockSize(message);
+    ZqMsgFreeMessage(message);
+    // A's end closes the relay's link to B, which ends B's thread.
+    stop.store(true, std::memory_order_relaxed);
+    ZqMQFreeConnection(a);
+    answerer.join();
+    ZqMQFreeConnection(b);
+  }
+  ZqMQCleanup();
+}
+
+// The reference: A's frame has the size of the send's frame, B's answer the
+// size of the reply's frame (its block with the reply id and A's address).
+void BM_RawRelay(benchmark::State& state) {
+  const PinnedTo pin(kBenchCpu);
+  const auto bodySize = static_cast<std::size_t>(state.range(0));
+  HZQMSG message = MessageWithBody("bench.b", bodySize);
+  ZqMsgSetFieldUINT64(message, ZQMSG_FIELD_SENDID, 1);
+  const std::uint32_t sendSize = 8 + BlockSize(message);
+  ZqMsgFreeMessage(message);
+  HZQMSG reply = MessageWithBody("bench.a", bodySize);
+  ZqMsgSetFieldUINT64(reply, ZQMSG_FIELD_REPLYID, 1);
+  const std::uint32_t replySize = 4 + BlockSize(reply);
+  ZqMsgFreeMessage(reply);
+
+  Relay relay(false, PeerCpu(state));
+  const Socket a(ConnectRaw(relay.Port()));
+  const Socket b(ConnectRaw(relay.Port()));
+  std::thread answerer([&b, replySize, cpu = PeerCpu(state)] {
+    const PinnedTo pin(cpu);
+    std::string answer = Header(kLLReply, replySize) + std::string(replySize, 'r');
+    std::vector<char> request;
+    std::uint32_t type = 0;
+    std::uint32_t length = 0;
+    while (ReadFrame(b.Fd(), request, 0, type, length) &&
+           WriteAll(b.Fd(), answer.data(), answer.size())) {
+    }
+  });
+  std::string frame = Header(kLLSyncSend, sendSize) + std::string(sendSize, 's');
+  std::vector<char> answer;
+  std::uint32_t type = 0;
+  std::uint32_t length = 0;
+  for (auto _ : state) {
+    Check(
+        WriteAll(a.Fd(), frame.data(), frame.size()) && ReadFrame(a.Fd(), answer, 0, type, length),
+        "relay");
+  }
+  state.counters["frame_bytes"] = static_cast<double>(frame.size());
+  // A's end ends the relay, whose end closes B's link and B's thread.
+  ::shutdown(a.Fd(), SHUT_RDWR);
+  answerer.join();
+}
+
+void Placements(benchmark::internal::Benchmark* bench) {
+  bench->ArgNames({"size", "cpus"});
+  for (const std::int64_t size : {64, 16384})
+    for (const std::int64_t cpus : {1, 2})
+      bench->Args({size, cpus});
+}
+
+BENCHMARK(BM_PostRoundTrip)->Apply(Placements)->UseRealTime();
+BENCHMARK(BM_RawTcpPingPong)->Apply(Placements)->UseRealTime();
+BENCHMARK(BM_SendThroughRelay)->Apply(Placements)->UseRealTime();
+BENCHMARK(BM_RawRelay)->Apply(Placements)->UseRealTime();
 
 }  // namespace
 
