@@ -253,6 +253,18 @@ std::uint32_t ReplyOf(const CLLMsg& frame, std::uint64_t sendId, HZQMSG* reply) 
   return rc;
 }
 
+// The message a delivered frame carries; a block that does not build is
+// logged and the frame is to be skipped.
+bool DeliveredMessage(std::uint32_t conn, const CLLMsg& frame, MessageRef& message) noexcept {
+  if (MessageFromBody(frame.Body(), frame.BodySize(), message) == 0) return true;
+  const LLHeader header = frame.Header();
+  ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
+              "Couldn't create message from block;mq-conn 0x%X;type 0x%X;ver 0x%X;len %u;flags "
+              "0x%X;sign 0x%X%X%X%X",
+              conn, ZQ_LL_HEADER_ARGS(header));
+  return false;
+}
+
 }  // namespace
 
 std::uint32_t CConnection::AwaitSyncReply(std::uint64_t sendId, HZQMSG* reply,
@@ -363,13 +375,7 @@ CConnection::Outcome CConnection::DispatchGrnt(const CLLMsg& frame, bool peek,
   MessageRef message;
   std::uint64_t grntId = 0;
   if (header.type == kLLGrntMessage) {
-    if (MessageFromBody(frame.Body(), header.len, message) != 0) {
-      ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
-                  "Couldn't create message from block;mq-conn 0x%X;type 0x%X;ver 0x%X;len "
-                  "%u;flags 0x%X;sign 0x%X%X%X%X",
-                  Handle(), ZQ_LL_HEADER_ARGS(header));
-      return Outcome::Skip();
-    }
+    if (!DeliveredMessage(Handle(), frame, message)) return Outcome::Skip();
     if (!peek) {
       if (const std::uint32_t rc = ZqMsgCopyFieldUINT64(message.Get(), ZQMQ_FIELD_GRNTID, &grntId);
           rc != 0) {
@@ -478,13 +484,7 @@ CConnection::Outcome CConnection::Dispatch(const CLLMsg& frame, bool peek, HZQMS
     return Outcome::Skip();
   }
   MessageRef message;
-  if (MessageFromBody(frame.Body(), header.len, message) != 0) {
-    ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
-                "Couldn't create message from block;mq-conn 0x%X;type 0x%X;ver 0x%X;len %u;flags "
-                "0x%X;sign 0x%X%X%X%X",
-                Handle(), ZQ_LL_HEADER_ARGS(header));
-    return Outcome::Skip();
-  }
+  if (!DeliveredMessage(Handle(), frame, message)) return Outcome::Skip();
   if (header.type == kLLRequest)
     return DispatchRequest(static_cast<MessageRef&&>(message), peek, out);
   if (header.type == kLLReply) {
