@@ -9,9 +9,9 @@
 #include <cstring>
 
 #include "common/printf_conversion.h"
+#include "common/printf_directive.h"
 #include "common/printf_integer.h"
 #include "common/printf_outputs.h"
-#include "common/printf_spec.h"
 #include "os/memory.h"
 
 namespace zq::common {
@@ -71,7 +71,7 @@ constexpr char kBlanks[] =
 constexpr std::size_t kBlankRun = sizeof(kBlanks) - 1;
 static_assert(kBlankRun == 73);
 
-// An integer argument of the conversion's signedness and the spec's width.
+// An integer argument of the conversion's signedness and the directive's width.
 [[gnu::always_inline]] inline std::uint64_t ReadInteger(const Conversion& c, const Spec& spec,
                                                         ArgList& args, bool& negative) noexcept {
   if (!c.is_signed) {
