@@ -253,6 +253,17 @@ std::uint32_t ReplyOf(const CLLMsg& frame, std::uint64_t sendId, HZQMSG* reply) 
   return rc;
 }
 
+// Whether a frame whose body starts with an 8-byte id has one; a shorter
+// body is logged and the frame is to be skipped.
+bool HasIdBody(std::uint32_t conn, const LLHeader& header) noexcept {
+  if (header.len >= 8) return true;
+  ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
+              "Incorrect LLMsg received - body size too short;mq-conn 0x%X;type 0x%X;ver "
+              "0x%X;len %u;flags 0x%X;sign 0x%X%X%X%X",
+              conn, ZQ_LL_HEADER_ARGS(header));
+  return false;
+}
+
 // The message a delivered frame carries; a block that does not build is
 // logged and the frame is to be skipped.
 bool DeliveredMessage(std::uint32_t conn, const CLLMsg& frame, MessageRef& message) noexcept {
@@ -389,13 +400,7 @@ CConnection::Outcome CConnection::DispatchGrnt(const CLLMsg& frame, bool peek,
     *out = message.Detach();
     return Outcome::End(0);
   }
-  if (header.len < 8) {
-    ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
-                "Incorrect LLMsg received - body size too short;mq-conn 0x%X;type 0x%X;ver "
-                "0x%X;len %u;flags 0x%X;sign 0x%X%X%X%X",
-                Handle(), ZQ_LL_HEADER_ARGS(header));
-    return Outcome::Skip();
-  }
+  if (!HasIdBody(Handle(), header)) return Outcome::Skip();
   grntId = LoadU64(frame.Body());
   const std::uint32_t delivery = header.len >= 12 ? LoadU32(frame.Body() + 8) : 0;
   if (SystemMessage(kSystemGrntResult, ZQMQ_FIELD_GRNTID, grntId, message) != 0 ||
@@ -445,13 +450,7 @@ CConnection::Outcome CConnection::Dispatch(const CLLMsg& frame, bool peek, HZQMS
     case kLLGrntResult:
       return DispatchGrnt(frame, peek, out);
     case kLLAsyncReplyFailed: {
-      if (header.len < 8) {
-        ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
-                    "Incorrect LLMsg received - body size too short;mq-conn 0x%X;type 0x%X;ver "
-                    "0x%X;len %u;flags 0x%X;sign 0x%X%X%X%X",
-                    Handle(), ZQ_LL_HEADER_ARGS(header));
-        return Outcome::Skip();
-      }
+      if (!HasIdBody(Handle(), header)) return Outcome::Skip();
       const std::uint64_t sendId = LoadU64(frame.Body());
       MessageRef message;
       if (SystemMessage(kSystemReplyFailed, ZQMSG_FIELD_REPLYID, sendId, message) != 0) {
