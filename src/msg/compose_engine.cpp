@@ -88,70 +88,156 @@ std::uint32_t ComposeTime(StreamWriter<kMeasure>& out, const ZQTIME* value) noex
   return out.template Fixed<wire::kTimeBytes>(bytes);
 }
 
-// Integers are little-endian in the stream, as in memory: the low bytes of
-// the value are its encoding.
-template <bool kMeasure>
-std::uint32_t ComposeCodes(StreamWriter<kMeasure>& out, const char* format, va_list args) noexcept {
-  std::uint32_t rc = 0;
-  const char* p = format;
-  while (rc == 0 && *p != '\0') {
-    FormatStep code;
-    const FormatStep* step = &code;
-    if (!DecodeCode(p, code)) code.op = StepOp::kBad;
-    switch (step->op) {
-      case StepOp::kCharacter:
-      case StepOp::kInt1: {
-        const auto v = static_cast<std::uint8_t>(va_arg(args, int));
-        rc = out.template Fixed<1>(&v);
-        break;
-      }
-      case StepOp::kInt2: {
-        const auto v = static_cast<std::uint16_t>(va_arg(args, int));
-        rc = out.template Fixed<2>(&v);
-        break;
-      }
-      case StepOp::kInt4: {
-        const auto v = static_cast<std::uint32_t>(va_arg(args, int));
-        rc = out.template Fixed<4>(&v);
-        break;
-      }
-      case StepOp::kInt8: {
-        const auto v = static_cast<std::uint64_t>(va_arg(args, long long));
-        rc = out.template Fixed<8>(&v);
-        break;
-      }
-      case StepOp::kDouble: {
-        const double v = va_arg(args, double);
-        rc = out.template Fixed<8>(&v);
-        break;
-      }
-      case StepOp::kTime:
-        rc = ComposeTime(out, va_arg(args, const ZQTIME*));
-        break;
-      case StepOp::kText:
-        rc = ComposeText(out, step->width, va_arg(args, const char*));
-        break;
-      case StepOp::kWideText:
-        rc = ComposeWideText(out, step->width, va_arg(args, const char16_t*));
-        break;
-      case StepOp::kBinary: {
-        const void* bytes = va_arg(args, const void*);
-        rc = ComposeBinary(out, *step, bytes, va_arg(args, std::uint32_t));
-        break;
-      }
-      case StepOp::kCounted:
-        rc = ComposeCounted(out, step->width, va_arg(args, const void*));
-        break;
-      case StepOp::kDecimal:
-        rc = ComposeDecimal(out, *step, va_arg(args, const void*));
-        break;
-      case StepOp::kBad:
-        rc = ZQERR_COMMON_WRONG_ARGUMENTS;
-        break;
+// What the loop does at each character that starts a code: the type
+// table's stream form of the letter, the end of the format, or a bad code.
+enum class CodeLabel : std::uint8_t {
+  kBad,
+  kEnd,
+  kCharacter,
+  kDouble,
+  kInteger,
+  kTime,
+  kText,
+  kWideText,
+  kBinary,
+  kCounted,
+  kDecimal,
+};
+
+constexpr CodeLabel LabelOf(common::StreamForm form) noexcept {
+  switch (form) {
+    case common::StreamForm::kCharacter:
+      return CodeLabel::kCharacter;
+    case common::StreamForm::kDouble:
+      return CodeLabel::kDouble;
+    case common::StreamForm::kInteger:
+      return CodeLabel::kInteger;
+    case common::StreamForm::kTime:
+      return CodeLabel::kTime;
+    case common::StreamForm::kText:
+      return CodeLabel::kText;
+    case common::StreamForm::kWideText:
+      return CodeLabel::kWideText;
+    case common::StreamForm::kBinary:
+      return CodeLabel::kBinary;
+    case common::StreamForm::kCounted:
+      return CodeLabel::kCounted;
+    case common::StreamForm::kDecimal:
+      return CodeLabel::kDecimal;
+  }
+  return CodeLabel::kBad;
+}
+
+struct CodeLabels {
+  CodeLabel of[256] = {};
+};
+
+constexpr CodeLabels BuildCodeLabels() noexcept {
+  CodeLabels table;
+  table.of[0] = CodeLabel::kEnd;
+  for (char letter = 'a'; letter <= 'z'; ++letter) {
+    if (const common::TypeInfo* type = common::FindType(letter)) {
+      table.of[static_cast<unsigned char>(letter)] = LabelOf(type->stream);
     }
   }
-  return rc;
+  return table;
 }
+
+inline constexpr CodeLabels kCodeLabels = BuildCodeLabels();
+
+// Jumps to the code at `p`, or returns the first failure.
+#define ZQ_NEXT_CODE()                                                                        \
+  do {                                                                                        \
+    if (rc != 0) return rc;                                                                   \
+    goto* kLabels[static_cast<std::uint8_t>(kCodeLabels.of[static_cast<unsigned char>(*p)])]; \
+  } while (0)
+
+// Integers are little-endian in the stream, as in memory: the low bytes of
+// the value are its encoding. Each code's work ends in a jump of its own to
+// the next code, which the processor predicts far better than one shared
+// dispatch for every code.
+template <bool kMeasure>
+std::uint32_t ComposeCodes(StreamWriter<kMeasure>& out, const char* format, va_list args) noexcept {
+  static const void* const kLabels[] = {&&bad,  &&end,  &&character, &&dbl,     &&integer, &&time,
+                                        &&text, &&wide, &&binary,    &&counted, &&decimal};
+  std::uint32_t rc = 0;
+  const char* p = format;
+  FormatStep step;
+  ZQ_NEXT_CODE();
+character : {
+  PassLetter(p, StepOp::kCharacter, step);
+  const auto v = static_cast<std::uint8_t>(va_arg(args, int));
+  rc = out.template Fixed<1>(&v);
+  ZQ_NEXT_CODE();
+}
+integer:
+  switch (p[1]) {
+    case '1': {
+      p += 2;
+      const auto v = static_cast<std::uint8_t>(va_arg(args, int));
+      rc = out.template Fixed<1>(&v);
+      ZQ_NEXT_CODE();
+    }
+    case '2': {
+      p += 2;
+      const auto v = static_cast<std::uint16_t>(va_arg(args, int));
+      rc = out.template Fixed<2>(&v);
+      ZQ_NEXT_CODE();
+    }
+    case '4': {
+      p += 2;
+      const auto v = static_cast<std::uint32_t>(va_arg(args, int));
+      rc = out.template Fixed<4>(&v);
+      ZQ_NEXT_CODE();
+    }
+    case '8': {
+      p += 2;
+      const auto v = static_cast<std::uint64_t>(va_arg(args, long long));
+      rc = out.template Fixed<8>(&v);
+      ZQ_NEXT_CODE();
+    }
+    default:
+      return ZQERR_COMMON_WRONG_ARGUMENTS;
+  }
+dbl : {
+  PassLetter(p, StepOp::kDouble, step);
+  const double v = va_arg(args, double);
+  rc = out.template Fixed<8>(&v);
+  ZQ_NEXT_CODE();
+}
+time:
+  PassLetter(p, StepOp::kTime, step);
+  rc = ComposeTime(out, va_arg(args, const ZQTIME*));
+  ZQ_NEXT_CODE();
+text:
+  PassLimit(p, StepOp::kText, step);
+  rc = ComposeText(out, step.width, va_arg(args, const char*));
+  ZQ_NEXT_CODE();
+wide:
+  PassLimit(p, StepOp::kWideText, step);
+  rc = ComposeWideText(out, step.width, va_arg(args, const char16_t*));
+  ZQ_NEXT_CODE();
+binary : {
+  PassLimit(p, StepOp::kBinary, step);
+  const void* bytes = va_arg(args, const void*);
+  rc = ComposeBinary(out, step, bytes, va_arg(args, std::uint32_t));
+  ZQ_NEXT_CODE();
+}
+counted:
+  PassLimit(p, StepOp::kCounted, step);
+  rc = ComposeCounted(out, step.width, va_arg(args, const void*));
+  ZQ_NEXT_CODE();
+decimal:
+  if (!DecodeCode(p, step)) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  rc = ComposeDecimal(out, step, va_arg(args, const void*));
+  ZQ_NEXT_CODE();
+bad:
+  return ZQERR_COMMON_WRONG_ARGUMENTS;
+end:
+  return 0;
+}
+
+#undef ZQ_NEXT_CODE
 
 // The writer stays local to this one function, with every step inlined, so
 // that its buffer and position live in registers across the copies.
