@@ -88,78 +88,27 @@ std::uint32_t ComposeTime(StreamWriter<kMeasure>& out, const ZQTIME* value) noex
   return out.template Fixed<wire::kTimeBytes>(bytes);
 }
 
-// What the loop does at each character that starts a code: the type
-// table's stream form of the letter, the end of the format, or a bad code.
-enum class CodeLabel : std::uint8_t {
-  kBad,
-  kEnd,
-  kCharacter,
-  kDouble,
-  kInteger,
-  kTime,
-  kText,
-  kWideText,
-  kBinary,
-  kCounted,
-  kDecimal,
-};
-
-constexpr CodeLabel LabelOf(common::StreamForm form) noexcept {
-  switch (form) {
-    case common::StreamForm::kCharacter:
-      return CodeLabel::kCharacter;
-    case common::StreamForm::kDouble:
-      return CodeLabel::kDouble;
-    case common::StreamForm::kInteger:
-      return CodeLabel::kInteger;
-    case common::StreamForm::kTime:
-      return CodeLabel::kTime;
-    case common::StreamForm::kText:
-      return CodeLabel::kText;
-    case common::StreamForm::kWideText:
-      return CodeLabel::kWideText;
-    case common::StreamForm::kBinary:
-      return CodeLabel::kBinary;
-    case common::StreamForm::kCounted:
-      return CodeLabel::kCounted;
-    case common::StreamForm::kDecimal:
-      return CodeLabel::kDecimal;
-  }
-  return CodeLabel::kBad;
-}
-
-struct CodeLabels {
-  CodeLabel of[256] = {};
-};
-
-constexpr CodeLabels BuildCodeLabels() noexcept {
-  CodeLabels table;
-  table.of[0] = CodeLabel::kEnd;
-  for (char letter = 'a'; letter <= 'z'; ++letter) {
-    if (const common::TypeInfo* type = common::FindType(letter)) {
-      table.of[static_cast<unsigned char>(letter)] = LabelOf(type->stream);
-    }
-  }
-  return table;
-}
-
-inline constexpr CodeLabels kCodeLabels = BuildCodeLabels();
-
-// Jumps to the code at `p`, or returns the first failure.
-#define ZQ_NEXT_CODE()                                                                        \
-  do {                                                                                        \
-    if (rc != 0) return rc;                                                                   \
-    goto* kLabels[static_cast<std::uint8_t>(kCodeLabels.of[static_cast<unsigned char>(*p)])]; \
+// Jumps to the code at `p`, or stops at the first failure.
+#define ZQ_NEXT_CODE()                                        \
+  do {                                                        \
+    if (rc != 0) goto done;                                   \
+    goto* kLabels[static_cast<std::uint8_t>(CodeLabelAt(p))]; \
   } while (0)
 
 // Integers are little-endian in the stream, as in memory: the low bytes of
 // the value are its encoding. Each code's work ends in a jump of its own to
 // the next code, which the processor predicts far better than one shared
 // dispatch for every code.
+//
+// The writer is local to this function (a function that takes label
+// addresses is never inlined), so that its buffer and position live in
+// registers across the copies; every step is inlined.
 template <bool kMeasure>
-std::uint32_t ComposeCodes(StreamWriter<kMeasure>& out, const char* format, va_list args) noexcept {
-  static const void* const kLabels[] = {&&bad,  &&end,  &&character, &&dbl,     &&integer, &&time,
+[[gnu::flatten]] std::uint32_t ComposeFormat(ZQCOMPOSECTX& ctx, const char* format,
+                                             va_list args) noexcept {
+  static const void* const kLabels[] = {&&bad,  &&done, &&character, &&dbl,     &&integer, &&time,
                                         &&text, &&wide, &&binary,    &&counted, &&decimal};
+  StreamWriter<kMeasure> out(ctx);
   std::uint32_t rc = 0;
   const char* p = format;
   FormatStep step;
@@ -197,7 +146,8 @@ integer:
       ZQ_NEXT_CODE();
     }
     default:
-      return ZQERR_COMMON_WRONG_ARGUMENTS;
+      rc = ZQERR_COMMON_WRONG_ARGUMENTS;
+      goto done;
   }
 dbl : {
   PassLetter(p, StepOp::kDouble, step);
@@ -228,27 +178,20 @@ counted:
   rc = ComposeCounted(out, step.width, va_arg(args, const void*));
   ZQ_NEXT_CODE();
 decimal:
-  if (!DecodeCode(p, step)) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (!DecodeCode(p, step)) {
+    rc = ZQERR_COMMON_WRONG_ARGUMENTS;
+    goto done;
+  }
   rc = ComposeDecimal(out, step, va_arg(args, const void*));
   ZQ_NEXT_CODE();
 bad:
-  return ZQERR_COMMON_WRONG_ARGUMENTS;
-end:
-  return 0;
-}
-
-#undef ZQ_NEXT_CODE
-
-// The writer stays local to this one function, with every step inlined, so
-// that its buffer and position live in registers across the copies.
-template <bool kMeasure>
-[[gnu::flatten]] std::uint32_t ComposeFormat(ZQCOMPOSECTX& ctx, const char* format,
-                                             va_list args) noexcept {
-  StreamWriter<kMeasure> out(ctx);
-  const std::uint32_t rc = ComposeCodes(out, format, args);
+  rc = ZQERR_COMMON_WRONG_ARGUMENTS;
+done:
   out.Finish();
   return rc;
 }
+
+#undef ZQ_NEXT_CODE
 
 }  // namespace
 

@@ -43,6 +43,68 @@ struct FormatSteps {
   std::uint32_t count;
 };
 
+// What the loop does at each character that starts a code: the type
+// table's stream form of the letter, the end of the format, or a bad code.
+enum class CodeLabel : std::uint8_t {
+  kBad,
+  kEnd,
+  kCharacter,
+  kDouble,
+  kInteger,
+  kTime,
+  kText,
+  kWideText,
+  kBinary,
+  kCounted,
+  kDecimal,
+};
+
+constexpr CodeLabel LabelOf(common::StreamForm form) noexcept {
+  switch (form) {
+    case common::StreamForm::kCharacter:
+      return CodeLabel::kCharacter;
+    case common::StreamForm::kDouble:
+      return CodeLabel::kDouble;
+    case common::StreamForm::kInteger:
+      return CodeLabel::kInteger;
+    case common::StreamForm::kTime:
+      return CodeLabel::kTime;
+    case common::StreamForm::kText:
+      return CodeLabel::kText;
+    case common::StreamForm::kWideText:
+      return CodeLabel::kWideText;
+    case common::StreamForm::kBinary:
+      return CodeLabel::kBinary;
+    case common::StreamForm::kCounted:
+      return CodeLabel::kCounted;
+    case common::StreamForm::kDecimal:
+      return CodeLabel::kDecimal;
+  }
+  return CodeLabel::kBad;
+}
+
+struct CodeLabels {
+  CodeLabel of[256] = {};
+};
+
+constexpr CodeLabels BuildCodeLabels() noexcept {
+  CodeLabels table;
+  table.of[0] = CodeLabel::kEnd;
+  for (char letter = 'a'; letter <= 'z'; ++letter) {
+    if (const common::TypeInfo* type = common::FindType(letter)) {
+      table.of[static_cast<unsigned char>(letter)] = LabelOf(type->stream);
+    }
+  }
+  return table;
+}
+
+inline constexpr CodeLabels kCodeLabels = BuildCodeLabels();
+
+// The label of the code that starts at `p`.
+inline CodeLabel CodeLabelAt(const char* p) noexcept {
+  return kCodeLabels.of[static_cast<unsigned char>(*p)];
+}
+
 // A letter without a width: digits after it are skipped.
 inline bool PassLetter(const char*& p, StepOp op, FormatStep& step) noexcept {
   step.op = op;

@@ -227,7 +227,7 @@ inline std::uint32_t Parser<kMode>::Decimal(std::uint32_t size, void* dest) noex
 
 #define ZQ_NEXT_STEP()                                 \
   do {                                                 \
-    if (rc != 0 || ++step == end) return rc;           \
+    if (rc != 0 || ++step == end) goto done;           \
     goto* kSteps[static_cast<std::uint8_t>(step->op)]; \
   } while (0)
 
@@ -237,45 +237,51 @@ std::uint32_t Parser<kMode>::Run(const FormatStep* steps, std::uint32_t count,
   static const void* const kSteps[] = {&&bad,    &&int1,    &&int1,   &&int2, &&int4,
                                        &&int8,   &&int8,    &&time,   &&text, &&wide,
                                        &&binary, &&counted, &&decimal};
+  // A function that takes label addresses is never inlined: the cursor is
+  // copied into a local, so that it lives in a register across the copies.
+  Parser self = *this;
   std::uint32_t rc = 0;
   const FormatStep* step = steps;
   const FormatStep* const end = steps + count;
   if (step == end) return 0;
   goto* kSteps[static_cast<std::uint8_t>(step->op)];
 int1:
-  rc = Fixed<1>(va_arg(args, void*));
+  rc = self.template Fixed<1>(va_arg(args, void*));
   ZQ_NEXT_STEP();
 int2:
-  rc = Fixed<2>(va_arg(args, void*));
+  rc = self.template Fixed<2>(va_arg(args, void*));
   ZQ_NEXT_STEP();
 int4:
-  rc = Fixed<4>(va_arg(args, void*));
+  rc = self.template Fixed<4>(va_arg(args, void*));
   ZQ_NEXT_STEP();
 int8:
-  rc = Fixed<8>(va_arg(args, void*));
+  rc = self.template Fixed<8>(va_arg(args, void*));
   ZQ_NEXT_STEP();
 time:
-  rc = Time(va_arg(args, void*));
+  rc = self.Time(va_arg(args, void*));
   ZQ_NEXT_STEP();
 text:
-  rc = Text(step->width, va_arg(args, void*), false);
+  rc = self.Text(step->width, va_arg(args, void*), false);
   ZQ_NEXT_STEP();
 wide:
-  rc = Text(step->width, va_arg(args, void*), true);
+  rc = self.Text(step->width, va_arg(args, void*), true);
   ZQ_NEXT_STEP();
 binary : {
   void* dest = va_arg(args, void*);
-  rc = Binary(step->width, dest, va_arg(args, std::uint32_t*));
+  rc = self.Binary(step->width, dest, va_arg(args, std::uint32_t*));
   ZQ_NEXT_STEP();
 }
 counted:
-  rc = Counted(step->width, va_arg(args, void*));
+  rc = self.Counted(step->width, va_arg(args, void*));
   ZQ_NEXT_STEP();
 decimal:
-  rc = Decimal(step->size, va_arg(args, void*));
+  rc = self.Decimal(step->size, va_arg(args, void*));
   ZQ_NEXT_STEP();
 bad:
-  return ZQERR_COMMON_WRONG_ARGUMENTS;
+  rc = ZQERR_COMMON_WRONG_ARGUMENTS;
+done:
+  position_ = self.position_;
+  return rc;
 }
 
 #undef ZQ_NEXT_STEP
@@ -301,6 +307,10 @@ std::uint32_t ParseV(ZQPARSECTX& ctx, std::uint32_t mode, ZqAllocFunc allocator,
     return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   if (ctx.buffer == nullptr && ctx.size != 0) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  if (static_cast<ParseMode>(mode) == ParseMode::kCopyInPlace) [[likely]] {
+    // The binary parser's own mode: a direct call, no runner table.
+    return RunParser<ParseMode::kCopyInPlace>(ctx, allocator, format, args);
+  }
   // The argument list goes straight to the parser, which alone takes values
   // from it: a copy would cost a stall on a list its caller has just built.
   using Runner = std::uint32_t (*)(ZQPARSECTX&, ZqAllocFunc, const char*, va_list) noexcept;
