@@ -10,7 +10,9 @@
 
 namespace zq::msg {
 
-class CBinaryComposer : public common::CRefCounted {
+// Final: the handle functions call these objects directly, not through the
+// virtual table.
+class CBinaryComposer final : public common::CRefCounted {
  public:
   virtual std::uint32_t Query() noexcept { return 0; }
   virtual std::uint32_t Compose(const char* format, va_list args) noexcept;
@@ -31,7 +33,7 @@ class CBinaryComposer : public common::CRefCounted {
   ZQCOMPOSECTX ctx_{};
 };
 
-class CBinaryParser : public common::CRefCounted {
+class CBinaryParser final : public common::CRefCounted {
  public:
   virtual std::uint32_t Query() noexcept { return 0; }
   virtual std::uint32_t Init(const void* buffer, std::uint32_t size) noexcept;
