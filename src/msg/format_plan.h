@@ -90,10 +90,11 @@ struct CodeLabels {
 constexpr CodeLabels BuildCodeLabels() noexcept {
   CodeLabels table;
   table.of[0] = CodeLabel::kEnd;
-  for (char letter = 'a'; letter <= 'z'; ++letter) {
-    if (const common::TypeInfo* type = common::FindType(letter)) {
-      table.of[static_cast<unsigned char>(letter)] = LabelOf(type->stream);
-    }
+  // The rows by index, not through FindType: a pointer compared in a
+  // constant expression fails under the sanitizers.
+  const auto& letters = common::type_table::kLetters;
+  for (int index = 0; index < 26; ++index) {
+    if (letters.known[index]) table.of['a' + index] = LabelOf(letters.rows[index].stream);
   }
   return table;
 }
