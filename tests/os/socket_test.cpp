@@ -13,26 +13,17 @@
 #include <cerrno>
 
 #include "os/socket_faults.h"
+#include "support/scripted_router.h"
 
 namespace zq::os {
 namespace {
 
 // A listening socket on 127.0.0.1 with a port of the system's choosing.
 struct Listener {
-  Listener() {
-    fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
-    EXPECT_EQ(::listen(fd, 4), 0);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    port = ntohs(address.sin_port);
-  }
+  Listener() : fd(test::ListenOnLoopback(port, 4)) {}
   ~Listener() { ::close(fd); }
+  std::uint16_t port = 0;  // before the descriptor, whose making writes it
   int fd;
-  std::uint16_t port;
 };
 
 int g_lookups = 0;

@@ -275,21 +275,28 @@ class RouterPeer {
   int fd_;
 };
 
+// A listening TCP socket on 127.0.0.1 with a port of the system's choosing,
+// written to `port`; throws when the system refuses.
+inline int ListenOnLoopback(std::uint16_t& port, int backlog = 16) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+      ::listen(fd, backlog) != 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    const std::string failure = std::string("listen on 127.0.0.1: ") + std::strerror(errno);
+    if (fd >= 0) ::close(fd);
+    throw std::runtime_error(failure);
+  }
+  port = ntohs(address.sin_port);
+  return fd;
+}
+
 class ScriptedRouter {
  public:
-  ScriptedRouter() {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::listen(listener_, 16) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      throw std::runtime_error(std::string("scripted router: ") + std::strerror(errno));
-    }
-    port_ = ntohs(address.sin_port);
-  }
+  ScriptedRouter() : listener_(ListenOnLoopback(port_)) {}
   ScriptedRouter(const ScriptedRouter&) = delete;
   ScriptedRouter& operator=(const ScriptedRouter&) = delete;
   ~ScriptedRouter() {
@@ -336,8 +343,8 @@ class ScriptedRouter {
   }
 
  private:
+  std::uint16_t port_ = 0;  // before the listener, which writes it
   int listener_ = -1;
-  std::uint16_t port_ = 0;
   std::thread thread_;
   std::mutex lock_;
   std::string failure_;
