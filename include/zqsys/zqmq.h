@@ -20,6 +20,7 @@
 
 #include "zqsys/zqdefs.h"
 #include "zqsys/zqmsg.h"
+#include "zqsys/zqstat.h"
 
 /* Options word bits (ZqMQSetOpt). */
 #define ZQMQ_OPT_TCP_NODELAY 0x1u
@@ -213,6 +214,19 @@ ZQ_API uint32_t ZqMQServiceResolve(uint32_t handle, const char* service, char* a
  * connection. Always 0. */
 ZQ_API uint32_t ZqMQRegistryTimeSync(uint32_t handle);
 ZQ_API uint32_t ZqMQUnRegistryTimeSync(uint32_t handle);
+
+/* ---- Statistics ---- */
+
+/* The statistics service of a connection (zqstat.h): its module of class
+ * "MQConnection" with the connection's figures, and the switch that decides
+ * who answers the statistics requests its Gets take. *service gets a
+ * reference the caller releases with FreeService; it stays usable after the
+ * connection is freed, whose module then leaves the process's statistics.
+ * 2 for a null `service`, MQ:INVALID_CONN_HANDLE for an unknown handle. */
+ZQ_API uint32_t GetService(uint32_t handle, HZQSTATSERVICE* service);
+
+/* Releases a reference GetService gave. Null is accepted. Always 0. */
+ZQ_API uint32_t FreeService(HZQSTATSERVICE service);
 
 ZQ_EXTERN_C_END
 

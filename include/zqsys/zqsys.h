@@ -12,6 +12,7 @@
 #include "zqsys/zqprintf.h"
 #include "zqsys/zqrecord.h"
 #include "zqsys/zqscheme.h"
+#include "zqsys/zqstat.h"
 #include "zqsys/zqstream.h"
 #include "zqsys/zqtime.h"
 #include "zqsys/zqtypes.h"

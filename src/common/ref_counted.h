@@ -56,6 +56,11 @@ class CRef {
   explicit operator bool() const noexcept { return object_ != nullptr; }
   // Hands the reference back to the caller.
   T* Detach() noexcept { return std::exchange(object_, nullptr); }
+  // A second reference to the same object.
+  CRef Share() const noexcept {
+    if (object_ != nullptr) object_->AddRef();
+    return CRef(object_);
+  }
 
  private:
   T* object_ = nullptr;

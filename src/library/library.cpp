@@ -5,7 +5,6 @@
 
 #include "common/error_site.h"
 #include "log/error_reporter.h"
-#include "os/module_file.h"
 #include "zqsys_build_version.h"
 
 namespace zq::library {
@@ -38,11 +37,13 @@ __attribute__((destructor)) void LibraryDestructor() {
 CLibrary::CLibrary() {
   // The module registers itself with its own file and version; a failure
   // leaves the id at 0 and the library loaded.
-  const os::ModuleFile self = os::ModuleFileOf(reinterpret_cast<const void*>(&OnLoad));
-  CModuleRegistry::Values values{{"Name", self.path}, {"Version", ZQSYS_BUILD_VERSION_TEXT}};
   std::uint32_t id = 0;
-  if (modules_.Register(kBinaryModuleClass, self.base, std::move(values), id) == 0) {
-    ownModuleId_ = id;
+  try {
+    if (stat::RegisterBinaryModule(stats_, reinterpret_cast<const void*>(&OnLoad),
+                                   ZQSYS_BUILD_VERSION_TEXT, id) == 0) {
+      ownModuleId_ = id;
+    }
+  } catch (const std::bad_alloc&) {
   }
   // Failing error sites log from now on; the logs exist.
   common::InstallErrorSiteReporter(log::ErrorReporter());
@@ -50,7 +51,7 @@ CLibrary::CLibrary() {
 
 CLibrary::~CLibrary() {
   common::RemoveErrorSiteReporter();
-  if (ownModuleId_ != 0) modules_.Unregister(ownModuleId_);
+  if (ownModuleId_ != 0) stats_.Unregister(ownModuleId_);
 }
 
 CLibrary* Current() noexcept {
@@ -75,4 +76,9 @@ zq::log::CLogRegistry* zq::log::CurrentLogRegistry() noexcept {
 zq::mq::CConnectionRegistry* zq::mq::CurrentConnectionRegistry() noexcept {
   library::CLibrary* library = library::Current();
   return library != nullptr ? &library->Connections() : nullptr;
+}
+
+zq::stat::CStatRegistry* zq::stat::CurrentStatRegistry() noexcept {
+  library::CLibrary* library = library::Current();
+  return library != nullptr ? &library->Stats() : nullptr;
 }

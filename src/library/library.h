@@ -6,13 +6,11 @@
 #include <cstdint>
 
 #include "config/ini_registry.h"
-#include "library/module_registry.h"
 #include "log/log_registry.h"
 #include "mq/connection_registry.h"
+#include "stat/stat_registry.h"
 
 namespace zq::library {
-
-inline constexpr const char* kBinaryModuleClass = "BinaryModule";
 
 class CLibrary {
  public:
@@ -24,7 +22,7 @@ class CLibrary {
   config::CIniRegistry& Ini() noexcept { return ini_; }
   log::CLogRegistry& Logs() noexcept { return logs_; }
   mq::CConnectionRegistry& Connections() noexcept { return connections_; }
-  CModuleRegistry& Modules() noexcept { return modules_; }
+  stat::CStatRegistry& Stats() noexcept { return stats_; }
   // The id this library registered itself under; 0 if registration failed.
   std::uint32_t OwnModuleId() const noexcept { return ownModuleId_; }
 
@@ -33,7 +31,7 @@ class CLibrary {
   config::CIniRegistry ini_;
   log::CLogRegistry logs_;  // the default log exists from load to unload
   mq::CConnectionRegistry connections_;
-  CModuleRegistry modules_;
+  stat::CStatRegistry stats_;  // the modules and their statistic values
   std::uint32_t ownModuleId_ = 0;
 };
 

@@ -46,6 +46,7 @@ CConnection::~CConnection() {
 }
 
 void CConnection::Reset() noexcept {
+  if (figures_.connected != nullptr) figures_.connected->Set(0);
   connected_ = false;
   valid_ = false;
   multiGetOwner_ = 0;
@@ -185,6 +186,7 @@ std::uint32_t CConnection::RecvStep(CLLMsg& frame, std::uint32_t sliceMs) noexce
   }
   if (!framer.FrameReady()) return ZQERR_MQ_TIMEOUT;
   frame = framer.TakeFrame();
+  CountReceived(frame.Type());
   const LLHeader header = frame.Header();
   const int dumped = header.len < kDumpBytes ? static_cast<int>(header.len) : kDumpBytes;
   ZQ_LOG_SITE_0(ZqLogInfoEx, kLogCategory,
@@ -440,8 +442,18 @@ std::uint32_t CConnection::Connect(const ConnString& target, std::uint32_t timeo
   } catch (const std::bad_alloc&) {
     rc = ZQERR_COMMON_NO_MEMORY;
   }
-  if (rc != 0) Reset();
-  return rc;
+  if (rc != 0) {
+    Reset();
+    return rc;
+  }
+  figures_.connected->Set(1);
+  if (connects_++ != 0) figures_.reconnects->Add(1);
+  try {
+    figures_.appName->SetText(target.appName);
+    figures_.router->SetText(target.host + ":" + std::to_string(target.port));
+  } catch (const std::bad_alloc&) {
+  }
+  return 0;
 }
 
 std::uint32_t CConnection::Login(std::string_view login, std::uint32_t& id) noexcept {

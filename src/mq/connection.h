@@ -20,6 +20,7 @@
 #include "mq/message_ref.h"
 #include "mq/router_link.h"
 #include "os/memory.h"
+#include "stat/stat_reply.h"
 #include "zqsys/zqmq.h"
 
 // The fields of a frame header in the order the log lines print them
@@ -29,17 +30,24 @@
 
 namespace zq::mq {
 
-// Statistics requests ("ZQ_MQ_STAT") received from the router go here; a
-// nonzero answer means the request was consumed and is not delivered.
-std::uint32_t HandleStatRequest(HZQMSG request) noexcept;
-
 class CConnection : public common::CRefCounted {
  public:
   CConnection() noexcept : link_(0) {}
 
   std::uint32_t Handle() const noexcept { return link_.ConnId(); }
   // Learns its handle when the registry adds it.
-  void BindHandle(std::uint32_t handle) noexcept { link_.Io().connId = handle; }
+  void BindHandle(std::uint32_t handle) noexcept {
+    link_.Io().connId = handle;
+    figures_.handle->Set(handle);
+  }
+
+  // Registers the connection's statistics module (class "MQConnection")
+  // and makes its service; the registry lists no connection without them.
+  std::uint32_t OpenStatistics() noexcept;
+  // Takes the module out of the process's statistics when the handle goes;
+  // who holds the service still reads the last figures.
+  void CloseStatistics() noexcept;
+  common::CRef<stat::CStatService> Service() const noexcept { return service_.Share(); }
 
   // Part of every free and of cleanup; always 0.
   std::uint32_t Disconnect() noexcept;
@@ -130,6 +138,13 @@ class CConnection : public common::CRefCounted {
   Outcome DispatchReply(MessageRef&& message, std::uint64_t replyId, HZQMSG* out) noexcept;
   Outcome DispatchRequest(MessageRef&& message, bool peek, HZQMSG* out) noexcept;
   std::uint32_t AnswerSystemRequest(HZQMSG request) noexcept;
+  // A statistics request ("ZQ_MQ_STAT") taken by a Get: answered with the
+  // process's statistics unless the service hands such requests to the
+  // application. Nonzero: consumed.
+  std::uint32_t AnswerStatRequest(HZQMSG request) noexcept;
+  // Counts a message the router accepted (post core) and one that came in.
+  void CountPosted(std::uint32_t type) noexcept;
+  void CountReceived(std::uint32_t type) noexcept;
   std::uint32_t Confirm(std::uint32_t type, std::uint64_t grntId) noexcept;
 
   struct Pending {
@@ -158,6 +173,25 @@ class CConnection : public common::CRefCounted {
   std::vector<std::string> admins_;
   PendingMap pending_;  // asynchronous sends waiting for their replies
   bool timeSync_ = false;
+
+  // The connection's figures: values of its statistics module, set by
+  // OpenStatistics before the connection is listed, moved with one relaxed
+  // atomic operation each.
+  struct Figures {
+    stat::CStatValue* handle;
+    stat::CStatValue* appName;
+    stat::CStatValue* router;
+    stat::CStatValue* connected;
+    stat::CStatValue* posted;
+    stat::CStatValue* sent;
+    stat::CStatValue* received;
+    stat::CStatValue* bytesOut;
+    stat::CStatValue* bytesIn;
+    stat::CStatValue* reconnects;
+  };
+  common::CRef<stat::CStatService> service_;
+  Figures figures_{};
+  std::uint64_t connects_ = 0;  // successful connects so far
 };
 
 // Get or Peek over several connections with one wait: each is first asked

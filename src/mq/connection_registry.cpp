@@ -6,7 +6,10 @@
 namespace zq::mq {
 
 CConnectionRegistry::~CConnectionRegistry() {
-  connections_.Clear([](CConnection& connection) { connection.Disconnect(); });
+  connections_.Clear([](CConnection& connection) {
+    connection.CloseStatistics();
+    connection.Disconnect();
+  });
 }
 
 std::uint32_t CConnectionRegistry::Startup() noexcept {
@@ -21,7 +24,10 @@ std::uint32_t CConnectionRegistry::Startup() noexcept {
 
 void CConnectionRegistry::Cleanup() noexcept {
   const std::lock_guard hold(lock_);
-  connections_.Clear([](CConnection& connection) { connection.Disconnect(); });
+  connections_.Clear([](CConnection& connection) {
+    connection.CloseStatistics();
+    connection.Disconnect();
+  });
   started_ = false;
   ZQ_LOG_SITE(ZqLogInfoEx, kLogCategory, "MQ library stopped");
 }
@@ -33,10 +39,14 @@ std::uint32_t CConnectionRegistry::Create(std::uint32_t& handle) noexcept {
   const common::CRef<CConnection> created(connection);
   const std::lock_guard hold(lock_);
   if (!started_) return ZQERR_MQ_NOT_INITIALIZED_YET;
+  if (const std::uint32_t rc = connection->OpenStatistics(); rc != 0) return rc;
   std::uint32_t id = 0;
   const std::uint32_t rc = connections_.Add(
       *connection, id, [connection](std::uint32_t bound) { connection->BindHandle(bound); });
-  if (rc != 0) return rc;
+  if (rc != 0) {
+    connection->CloseStatistics();
+    return rc;
+  }
   handle = id;
   ZQ_LOG_SITE(ZqLogInfoEx, kLogCategory, "New connection created;mq-conn 0x%X", id);
   return 0;
@@ -45,6 +55,7 @@ std::uint32_t CConnectionRegistry::Create(std::uint32_t& handle) noexcept {
 std::uint32_t CConnectionRegistry::Free(std::uint32_t handle) noexcept {
   const common::CRef<CConnection> connection = connections_.Remove(handle);
   if (!connection) return ZQERR_MQ_INVALID_CONN_HANDLE;
+  connection->CloseStatistics();
   connection->Disconnect();
   ZQ_LOG_SITE(ZqLogInfoEx, kLogCategory, "Connection released;mq-conn 0x%X", handle);
   return 0;

@@ -111,6 +111,7 @@ std::uint32_t SendAll(LinkSocket& link, const void* bytes, std::uint32_t length,
     const ssize_t count = os::SendSome(link.fd, rest + sent, length - sent);
     if (count > 0) {
       sent += static_cast<std::uint32_t>(count);
+      if (link.bytesOut != nullptr) link.bytesOut->Add(count);
       continue;
     }
     if (count == 0) return LogicBreak(515);
@@ -131,6 +132,7 @@ std::uint32_t RecvExact(LinkSocket& link, void* buffer, std::uint32_t length,
       ZQ_LOG_SITE_0(ZqLogInfoEx, kCategory, "Recv completed;;conn 0x%X;count %d; data %#.*Z",
                     link.connId, static_cast<int>(count), dumped, rest + received);
       received += static_cast<std::uint32_t>(count);
+      if (link.bytesIn != nullptr) link.bytesIn->Add(count);
       continue;
     }
     if (count == 0) {

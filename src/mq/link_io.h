@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "stat/stat_registry.h"
+
 namespace zq::mq {
 
 // The socket end of one router link.
@@ -13,6 +15,9 @@ struct LinkSocket {
   int fd = -1;
   std::uint32_t connId = 0;        // the connection handle, for log lines
   std::uint32_t lastSendTick = 0;  // tick at the start of the last send
+  // The connection's byte counters; null on a link that counts nothing.
+  stat::CStatValue* bytesIn = nullptr;
+  stat::CStatValue* bytesOut = nullptr;
 };
 
 // Waits until the socket is writable (forWrite) or readable. 0 when ready,

@@ -15,13 +15,13 @@
 #include "mq/deadline.h"
 #include "os/socket.h"
 #include "zqsys/zqerr.h"
+#include "zqsys/zqstat.h"
 #include "zqsys/zqtime.h"
 
 namespace zq::mq {
 namespace {
 
 constexpr const char* kSystemCategory = "Zq_System";
-constexpr const char* kStatCategory = "ZQ_MQ_STAT";
 constexpr const char* kPingTimeField = "ZqMQPing_RecvTime";
 // "Zq_Type" of the messages the library makes from system frames.
 constexpr std::uint32_t kSystemPing = 2;
@@ -100,6 +100,7 @@ std::uint32_t CConnection::PostCore(HZQMSG message, std::uint32_t type, std::uin
   const std::uint32_t rc = RunOperation(type, fixed != nullptr ? Bytes(fixedBytes) : Bytes(),
                                         message, {}, result, id != nullptr ? &answer : nullptr);
   if (rc != 0) return rc;
+  if (result == 0) CountPosted(type);
   if (result != 0 || id == nullptr) return result;
   if (answer.Type() != kLLResultWithId || answer.BodySize() < 16) {
     valid_ = false;
@@ -371,8 +372,8 @@ CConnection::Outcome CConnection::DispatchRequest(MessageRef&& message, bool pee
       ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory, "Couldn't get category from SEND-message");
     } else if (category == kSystemCategory) {
       consumed = AnswerSystemRequest(message.Get());
-    } else if (category == kStatCategory) {
-      consumed = HandleStatRequest(message.Get());
+    } else if (category == ZQSTAT_CATEGORY) {
+      consumed = AnswerStatRequest(message.Get());
     }
     if (consumed != 0) return Outcome::End(0);
   }
@@ -604,11 +605,6 @@ std::uint32_t ReceiveFromMultiple(const common::CRef<CConnection>* connections, 
   for (std::uint32_t i = 0; i < enrolled; ++i)
     connections[i]->Leave(group);
   return rc;
-}
-
-std::uint32_t HandleStatRequest(HZQMSG) noexcept {
-  // The statistics service answers nothing yet: the request is delivered.
-  return 0;
 }
 
 }  // namespace zq::mq

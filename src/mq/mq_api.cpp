@@ -9,7 +9,9 @@
 #include "common/sized_text.h"
 #include "mq/conn_string.h"
 #include "mq/connection_registry.h"
+#include "msg/composed.h"
 #include "os/edge.h"
+#include "stat/stat_reply.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqmq.h"
 
@@ -69,22 +71,6 @@ uint32_t ReceiveFromMultiple(uint32_t* count, const uint32_t* handles, HZQMSG* m
     return rc;
   });
 }
-
-// A body composed by format, freed at the end of the scope.
-class Composed {
- public:
-  Composed() noexcept { ZqMsgInitCompose(&context_); }
-  ~Composed() { ZqMsgFreeCompose(&context_); }
-  Composed(const Composed&) = delete;
-  Composed& operator=(const Composed&) = delete;
-  ZQCOMPOSECTX* Context() noexcept { return &context_; }
-  zq::mq::Bytes Bytes() const noexcept {
-    return {reinterpret_cast<const char*>(context_.buffer), context_.size};
-  }
-
- private:
-  ZQCOMPOSECTX context_;
-};
 
 bool IsEmpty(const char* text) noexcept {
   return text == nullptr || *text == '\0';
@@ -308,7 +294,7 @@ ZQ_API uint32_t ZqMQGetAppNameFromAddr(const char* address, char* buffer, uint32
 ZQ_API uint32_t ZqMQServiceRegister(uint32_t handle, const char* service, int32_t flag) {
   if (IsEmpty(service)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return OnConnection(handle, [&](CConnection& connection) -> uint32_t {
-    Composed body;
+    zq::msg::CComposed body;
     if (const uint32_t rc = ZqMsgCompose(body.Context(), "cu1", service, flag & 0xFF); rc != 0) {
       return rc;
     }
@@ -320,7 +306,7 @@ ZQ_API uint32_t ZqMQServiceRegister(uint32_t handle, const char* service, int32_
 ZQ_API uint32_t ZqMQServiceUnregister(uint32_t handle, const char* service) {
   if (IsEmpty(service)) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return OnConnection(handle, [&](CConnection& connection) -> uint32_t {
-    Composed body;
+    zq::msg::CComposed body;
     if (const uint32_t rc = ZqMsgCompose(body.Context(), "c", service); rc != 0) return rc;
     return ZQ_RETURN_ZQERR(
         connection.ServiceOperation(zq::mq::kLLServiceUnregister, body.Bytes(), nullptr));
@@ -333,7 +319,7 @@ ZQ_API uint32_t ZqMQServiceResolve(uint32_t handle, const char* service, char* a
     return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   return OnConnection(handle, [&](CConnection& connection) -> uint32_t {
-    Composed body;
+    zq::msg::CComposed body;
     uint32_t rc = ZqMsgCompose(body.Context(), "c", service);
     for (uint32_t i = 0; rc == 0 && excluded != nullptr && i < count; ++i) {
       if (!IsEmpty(excluded[i])) rc = ZqMsgCompose(body.Context(), "c", excluded[i]);
@@ -358,6 +344,19 @@ ZQ_API uint32_t ZqMQUnRegistryTimeSync(uint32_t handle) {
     if (const auto connection = Lookup(handle)) connection->SetTimeSync(false);
     return 0u;
   });
+}
+
+ZQ_API uint32_t GetService(uint32_t handle, HZQSTATSERVICE* service) {
+  if (service == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return OnConnection(handle, [&](CConnection& connection) -> uint32_t {
+    *service = connection.Service().Detach()->Handle();
+    return 0;
+  });
+}
+
+ZQ_API uint32_t FreeService(HZQSTATSERVICE service) {
+  if (service != nullptr) zq::stat::CStatService::From(service)->Release();
+  return 0;
 }
 
 }  // extern "C"

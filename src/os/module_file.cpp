@@ -27,3 +27,11 @@ std::string ExecutablePath() {
 }
 
 }  // namespace zq::os
+
+namespace zq::os {
+
+std::uint32_t ProcessId() noexcept {
+  return static_cast<std::uint32_t>(getpid());
+}
+
+}  // namespace zq::os

@@ -1,6 +1,7 @@
 // Where the code of this library was loaded from.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace zq::os {
@@ -19,5 +20,12 @@ namespace zq::os {
 
 // The path of the running program's executable; empty when it is unknown.
 std::string ExecutablePath();
+
+}  // namespace zq::os
+
+namespace zq::os {
+
+// The id of the running process.
+std::uint32_t ProcessId() noexcept;
 
 }  // namespace zq::os
