@@ -206,20 +206,20 @@ TEST(Stat, AReplyCarriesTheRowsOfItsQuery) {
   ZqMsgSetFieldStr(request.handle, ZQMSG_FIELD_CATEGORY, ZQSTAT_CATEGORY);
   ZqMsgSetFieldUINT32(request.handle, ZQMSG_FIELD_TYPE, ZQSTAT_QUERY_ALL);
   ZqMsgSetFieldStr(request.handle, ZQSTAT_FIELD_CLASS, "Probe");
-  Message reply;
+  Message reply(nullptr);
   ASSERT_EQ(ZqMQStatBuildReply(request.handle, &reply.handle), 0u);
   EXPECT_EQ(ReadReply(reply.handle),
             (Rows{{module.id, "Probe", "Name", ZQSTAT_TEXT, 0, "probe one"},
                   {module.id, "Probe", "Depth", ZQSTAT_GAUGE, -3, ""}}));
   // Without a class, every module: the library's own among them.
   ZqMsgSetFieldStr(request.handle, ZQSTAT_FIELD_CLASS, "");
-  Message all;
+  Message all(nullptr);
   ASSERT_EQ(ZqMQStatBuildReply(request.handle, &all.handle), 0u);
   EXPECT_GE(ReadReply(all.handle).size(), 4u);
 
   // An unknown query is answered with its reason and no rows.
   ZqMsgSetFieldUINT32(request.handle, ZQMSG_FIELD_TYPE, 9);
-  Message refused;
+  Message refused(nullptr);
   ASSERT_EQ(ZqMQStatBuildReply(request.handle, &refused.handle), 0u);
   EXPECT_TRUE(ReadReply(refused.handle, ZQERR_MQSTAT_INVALID_QUERY).empty());
 

@@ -1,7 +1,9 @@
 // Commands over files: INI values, trace switches and database schemes.
 #include <strings.h>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "cli.h"
@@ -253,6 +255,8 @@ void DumpTable(Json& json, std::string& text, HZQDBTABLE table, const char* kind
   for (std::uint32_t i = 0; i < indexes; ++i) {
     HZQDBINDEX index = nullptr;
     Check(ZqSchemeGetIndexByIndex(table, i, &index), "cannot read an index");
+    const std::unique_ptr<std::remove_pointer_t<HZQDBINDEX>, decltype(&ZqSchemeFreeIndex)> held(
+        index, ZqSchemeFreeIndex);
     char indexName[ZQDB_NAME_SIZE];
     std::uint32_t size = sizeof indexName, unique = 0, count = 0;
     Check(ZqSchemeGetIndexName(index, indexName, &size), "cannot read an index name");

@@ -131,14 +131,12 @@ bool IsReplyFailed(HZQMSG reply) {
 
 // Sends `request` and returns its reply; no reply in time is MQ:TIMEOUT.
 HZQMSG SendRequest(const RouterClient& client, HZQMSG request, std::uint32_t timeout) {
-  Message reply;
+  Message reply(nullptr);
   Check(ZqMQSendMsg(client.Handle(), request, reply.Out(), timeout), "the send failed");
   if (IsReplyFailed(reply.Get())) {
     throw Failure("no reply from " + TextField(request, ZQMSG_FIELD_TO), ZQERR_MQ_TIMEOUT);
   }
-  HZQMSG taken = reply.Get();
-  *reply.Out() = nullptr;
-  return taken;
+  return reply.Detach();
 }
 
 int RunSend(const Args& args) {
@@ -161,7 +159,7 @@ std::uint32_t Receive(const RouterClient& client, std::uint32_t count, std::uint
   CatchInterrupts();
   std::uint32_t seen = 0, waited = 0;
   while (!g_interrupted && (count == 0 || seen < count) && waited < timeout) {
-    Message message;
+    Message message(nullptr);
     const std::uint32_t slice = timeout - waited < kSliceMs ? timeout - waited : kSliceMs;
     const std::uint32_t rc = ZqMQGetMsg(client.Handle(), message.Out(), slice);
     if (rc == ZQERR_MQ_TIMEOUT) {

@@ -12,7 +12,8 @@
 
 namespace zqctl {
 
-// One message reference for a scope.
+// One message reference for a scope: a new empty message, or one taken
+// over (null for an out argument to fill).
 class Message {
  public:
   Message();
@@ -22,6 +23,12 @@ class Message {
   Message& operator=(const Message&) = delete;
   HZQMSG Get() const { return handle_; }
   HZQMSG* Out() { return &handle_; }
+  // Hands the reference to the caller.
+  HZQMSG Detach() {
+    HZQMSG taken = handle_;
+    handle_ = nullptr;
+    return taken;
+  }
 
  private:
   HZQMSG handle_ = nullptr;
