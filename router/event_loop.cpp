@@ -25,6 +25,7 @@ namespace {
 // and never reach these.
 constexpr std::uint64_t kListenerTag = ~std::uint64_t{0};
 constexpr std::uint64_t kSignalTag = ~std::uint64_t{0} - 1;
+constexpr std::uint64_t kWorkerTag = ~std::uint64_t{0} - 2;
 constexpr int kMaxEvents = 256;
 // A client gets at most this much reading per pass, so one busy sender
 // cannot starve the others.
@@ -71,6 +72,15 @@ void CEventLoop::BlockSignals() {
 CEventLoop::CEventLoop(CRouterCore& core, std::function<bool(AccessList&)> reload,
                        std::uint32_t log)
     : core_(core), reload_(std::move(reload)), log_(log) {}
+
+void CEventLoop::UsePasswordWorker(CPasswordWorker& worker) {
+  worker_ = &worker;
+  core_.SetPasswordChecker([&worker](PasswordCheck check) { worker.Submit(std::move(check)); });
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.u64 = kWorkerTag;
+  epoll_ctl(epoll_, EPOLL_CTL_ADD, worker.EventFd(), &event);
+}
 
 CEventLoop::~CEventLoop() {
   for (const auto& [id, client] : clients_)
@@ -275,6 +285,9 @@ int CEventLoop::Run() {
         AcceptAll(now);
       } else if (tag == kSignalTag) {
         running = HandleSignals(now) && running;
+      } else if (tag == kWorkerTag) {
+        for (const PasswordCheck& done : worker_->TakeDone())
+          core_.PasswordChecked(done, now);
       } else {
         const auto client = clients_.find(tag);
         if (client == clients_.end()) continue;

@@ -10,6 +10,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "password.h"
 #include "router_core.h"
 
 namespace zq::router {
@@ -19,6 +20,9 @@ class CEventLoop {
   // `reload` runs on SIGHUP and gives the new access list (false: keep the
   // old one).
   CEventLoop(CRouterCore& core, std::function<bool(AccessList&)> reload, std::uint32_t log);
+  // Password checks go to `worker`, whose answers the loop hands back to
+  // the core.
+  void UsePasswordWorker(CPasswordWorker& worker);
   ~CEventLoop();
   CEventLoop(const CEventLoop&) = delete;
   CEventLoop& operator=(const CEventLoop&) = delete;
@@ -45,6 +49,7 @@ class CEventLoop {
   int epoll_ = -1;
   int listener_ = -1;
   int signals_ = -1;
+  CPasswordWorker* worker_ = nullptr;
   struct Client {
     int fd;
     bool wantsWrite;

@@ -112,6 +112,12 @@ int main(int argc, char** argv) {
     ZqLogCustClose(log);
     return 1;
   }
+  CPasswordWorker worker;
+  if (!worker.Ready()) {
+    std::fprintf(stderr, "zqrouter: cannot start the password checker\n");
+    return 1;
+  }
+  loop.UsePasswordWorker(worker);
   ZqLogCustInfoEx(log, "zqrouter", "Router started;node '%s';listening on %s",
                   settings.node.c_str(), where.c_str());
   std::printf("zqrouter: node %s listening on %s\n", settings.node.c_str(), where.c_str());

@@ -21,6 +21,7 @@ using mq::Bytes;
 using mq::LEBytes;
 
 constexpr std::size_t kHelloLimit = 1024;
+constexpr std::size_t kHoldLimit = 64 * 1024;
 constexpr std::string_view kHelloTag("Local\0", 6);
 constexpr Ms kHelloTimeoutMs = 10000;
 constexpr Ms kSweepMs = 250;
@@ -140,17 +141,21 @@ void CRouterCore::Input(PeerId id, const unsigned char* bytes, std::size_t size,
   peer->idlePinged = false;
   if (peer->state == PeerState::kHello) HelloInput(*peer, bytes, size, now);
   if (size == 0) return;
-  if (peer->state == PeerState::kValidating) {
-    // Frames sent before the answer wait until the name is decided; the
-    // hello's size bounds what a client may send before it is accepted.
-    if (peer->held.size() + size > kHelloLimit) {
-      Drop(*peer, "sent too much before its hello was answered", now);
-      return;
-    }
-    peer->held.append(reinterpret_cast<const char*>(bytes), size);
-    return;
+  if (peer->state == PeerState::kValidating || peer->state == PeerState::kChecking ||
+      peer->loginChecking) {
+    return Hold(*peer, bytes, size, now);
   }
   if (peer->state == PeerState::kActive) FrameInput(*peer, bytes, size, now);
+}
+
+// A client that waits for a decision (its name, a password) may send
+// ahead, but only so much: a well-behaved client sends nothing until it has
+// its answer.
+void CRouterCore::Hold(Peer& peer, const unsigned char* bytes, std::size_t size, Ms now) {
+  if (peer.held.size() + size > kHoldLimit) {
+    return Drop(peer, "sent too much before it was answered", now);
+  }
+  peer.held.append(reinterpret_cast<const char*>(bytes), size);
 }
 
 // ---- Hello ----
@@ -179,36 +184,37 @@ void CRouterCore::HelloInput(Peer& peer, const unsigned char*& bytes, std::size_
   }
 }
 
-std::uint32_t CRouterCore::CheckApplication(std::string_view app, std::string_view text,
-                                            bool& authenticated) {
-  authenticated = false;
-  if (app == kRouterAppName) return ZQERR_ROUTE_ME_ITSELF;
-  if (!IsValidAppName(app)) return ZQERR_ROUTE_INVALID_ADDRESS;
-  if (access_.applications.empty()) return 0;
-  const std::optional<std::string_view> password = mq::FindConnValue(text, "PASSWORD");
-  if (!password) return ZQERR_MQCRYPT_NO_AUTH_INFO;
-  const auto listed = access_.applications.find(std::string(app));
-  // An unlisted name is refused like a wrong password, so that a refusal
-  // does not tell which names exist.
-  if (listed == access_.applications.end() ||
-      !CheckPassword(std::string(*password), listed->second)) {
-    return ZQERR_MQCRYPT_BAD_AUTH_INFO;
-  }
-  authenticated = true;
-  return 0;
-}
-
 void CRouterCore::HandleHello(Peer& peer, std::string_view text, Ms now) {
   const std::optional<std::string_view> app = mq::FindConnValue(text, "APPNAME");
   peer.app = app ? std::string(*app) : std::string();
+  std::uint32_t rc = 0;
   if (peer.app.empty()) {
-    Refuse(peer, ZQERR_COMMON_WRONG_ARGUMENTS);
-    return;
+    rc = ZQERR_COMMON_WRONG_ARGUMENTS;
+  } else if (peer.app == kRouterAppName) {
+    rc = ZQERR_ROUTE_ME_ITSELF;
+  } else if (!IsValidAppName(peer.app)) {
+    rc = ZQERR_ROUTE_INVALID_ADDRESS;
   }
-  if (const std::uint32_t rc = CheckApplication(peer.app, text, peer.authenticated)) {
-    Refuse(peer, rc);
-    return;
+  if (rc == 0 && access_.applications.empty()) return ContinueHello(peer, now);
+  const std::optional<std::string_view> password = mq::FindConnValue(text, "PASSWORD");
+  const auto listed = access_.applications.find(peer.app);
+  if (rc == 0 && !password) {
+    rc = ZQERR_MQCRYPT_NO_AUTH_INFO;
+  } else if (rc == 0 && listed == access_.applications.end()) {
+    // An unlisted name is refused like a wrong password, so that a
+    // refusal does not tell which names exist.
+    rc = ZQERR_MQCRYPT_BAD_AUTH_INFO;
   }
+  if (rc != 0) return Refuse(peer, rc);
+  PasswordCheck check;
+  check.peer = peer.id;
+  check.password = std::string(*password);
+  check.hash = listed->second;
+  peer.state = PeerState::kChecking;
+  StartCheck(std::move(check), now);
+}
+
+void CRouterCore::ContinueHello(Peer& peer, Ms now) {
   const auto holder = names_.find(peer.app);
   if (holder == names_.end()) {
     Admit(peer, now);
@@ -217,6 +223,38 @@ void CRouterCore::HandleHello(Peer& peer, std::string_view text, Ms now) {
   } else {
     StartNameCheck(peer, *Find(holder->second), now);
   }
+}
+
+void CRouterCore::SetPasswordChecker(std::function<void(PasswordCheck)> submit) {
+  checker_ = std::move(submit);
+}
+
+void CRouterCore::StartCheck(PasswordCheck check, Ms now) {
+  if (checker_) return checker_(std::move(check));
+  check.ok = CheckPassword(check.password, check.hash);
+  PasswordChecked(check, now);
+}
+
+void CRouterCore::PasswordChecked(const PasswordCheck& done, Ms now) {
+  Peer* peer = Find(done.peer);
+  if (peer == nullptr) return;
+  if (done.login) {
+    if (peer->state != PeerState::kActive || !peer->loginChecking) return;
+    peer->loginChecking = false;
+    FinishLogin(*peer, done, now);
+    return Resume(*peer, now);
+  }
+  if (peer->state != PeerState::kChecking) return;
+  if (!done.ok) return Refuse(*peer, ZQERR_MQCRYPT_BAD_AUTH_INFO);
+  peer->authenticated = true;
+  ContinueHello(*peer, now);
+}
+
+void CRouterCore::Resume(Peer& peer, Ms now) {
+  if (peer.state != PeerState::kActive || peer.held.empty()) return;
+  const std::string held = std::move(peer.held);
+  peer.held.clear();
+  FrameInput(peer, reinterpret_cast<const unsigned char*>(held.data()), held.size(), now);
 }
 
 void CRouterCore::Admit(Peer& peer, Ms now) {
@@ -230,11 +268,7 @@ void CRouterCore::Admit(Peer& peer, Ms now) {
   SendStatus(peer, now);
   Log(ZQLOG_INFO, "Application connected;app '%s';peer %s;authenticated %d", peer.app.c_str(),
       peer.remote.c_str(), peer.authenticated ? 1 : 0);
-  if (!peer.held.empty()) {
-    const std::string held = std::move(peer.held);
-    peer.held.clear();
-    FrameInput(peer, reinterpret_cast<const unsigned char*>(held.data()), held.size(), now);
-  }
+  Resume(peer, now);
 }
 
 void CRouterCore::Refuse(Peer& peer, std::uint32_t code) {
@@ -280,6 +314,7 @@ void CRouterCore::FrameInput(Peer& peer, const unsigned char* bytes, std::size_t
     const mq::CLLMsg frame = peer.framer.TakeFrame();
     ++counters_.framesIn;
     HandleFrame(peer, frame, now);
+    if (peer.loginChecking) return Hold(peer, bytes, size, now);
   }
 }
 
@@ -527,6 +562,10 @@ void CRouterCore::HandleLogin(Peer& peer, const Operation& op, Ms now) {
   const std::string_view text(reinterpret_cast<const char*>(op.data), op.size);
   const std::optional<std::string_view> user = mq::FindConnValue(text, "USER");
   const std::optional<std::string_view> password = mq::FindConnValue(text, "PASSWORD");
+  PasswordCheck check;
+  check.peer = peer.id;
+  check.login = true;
+  check.operation = op.number;
   std::uint32_t rc = 0;
   if (peer.loginId != 0) {
     rc = ZQERR_MQCRYPT_ALREADY_LOGED_IN;
@@ -535,20 +574,30 @@ void CRouterCore::HandleLogin(Peer& peer, const Operation& op, Ms now) {
   } else if (const auto listed = access_.users.find(std::string(*user));
              listed == access_.users.end()) {
     rc = ZQERR_MQCRYPT_LOGIN_NOT_PERMITTED;
-  } else if (!CheckPassword(std::string(*password), listed->second)) {
-    rc = ZQERR_MQCRYPT_BAD_AUTH_INFO;
+  } else {
+    check.user = std::string(*user);
+    check.password = std::string(*password);
+    check.hash = listed->second;
   }
-  if (rc != 0) {
-    Log(ZQLOG_WARNING, "Login refused;app '%s';code 0x%X %s", peer.app.c_str(), rc,
-        ZqErrGetDescrStr(rc));
-    return SendResult(peer, mq::kLLResult, op.number, rc, {}, now);
-  }
-  peer.user = std::string(*user);
+  if (rc != 0) return RefuseLogin(peer, op.number, rc, now);
+  peer.loginChecking = true;
+  StartCheck(std::move(check), now);
+}
+
+void CRouterCore::RefuseLogin(Peer& peer, std::uint32_t op, std::uint32_t rc, Ms now) {
+  Log(ZQLOG_WARNING, "Login refused;app '%s';code 0x%X %s", peer.app.c_str(), rc,
+      ZqErrGetDescrStr(rc));
+  SendResult(peer, mq::kLLResult, op, rc, {}, now);
+}
+
+void CRouterCore::FinishLogin(Peer& peer, const PasswordCheck& done, Ms now) {
+  if (!done.ok) return RefuseLogin(peer, done.operation, ZQERR_MQCRYPT_BAD_AUTH_INFO, now);
+  peer.user = done.user;
   peer.loginId = nextLoginId_++;
   if (nextLoginId_ == 0) nextLoginId_ = 1;
   Log(ZQLOG_INFO, "User logged in;app '%s';user '%s';login_id %u", peer.app.c_str(),
       peer.user.c_str(), peer.loginId);
-  SendResult(peer, mq::kLLLoginResult, op.number, 0, LEBytes(peer.loginId), now);
+  SendResult(peer, mq::kLLLoginResult, done.operation, 0, LEBytes(peer.loginId), now);
   SendStatus(peer, now);
 }
 
@@ -816,7 +865,8 @@ void CRouterCore::Closed(PeerId id, Ms now, const char* why) {
   const auto found = peers_.find(id);
   if (found == peers_.end()) return;
   Peer& peer = *found->second;
-  if (peer.state == PeerState::kActive || peer.state == PeerState::kValidating) {
+  if (peer.state == PeerState::kActive || peer.state == PeerState::kValidating ||
+      peer.state == PeerState::kChecking) {
     Log(ZQLOG_INFO, "Application disconnected: %s;app '%s';peer %s", why, peer.app.c_str(),
         peer.remote.c_str());
     Forget(peer, now);

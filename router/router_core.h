@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -47,6 +48,7 @@ struct OutChunk {
 
 enum class PeerState {
   kHello,       // reading the hello
+  kChecking,    // its hello's password is being checked
   kValidating,  // its name is held; waiting for the holder to answer a ping
   kActive,      // accepted: frames flow
   kClosing,     // write what is queued, then close
@@ -72,7 +74,22 @@ struct Peer {
   Ms lastInput = 0;
   Ms lastOutput = 0;
   bool idlePinged = false;
+  bool loginChecking = false;  // a login's password is being checked
   std::vector<std::string> services;
+};
+
+// A password to check against its hash, for a hello or a login. Checks take
+// tens of milliseconds, so the event loop hands them to a worker thread and
+// gives the answer back with `ok` set; until then the client's further bytes
+// wait.
+struct PasswordCheck {
+  PeerId peer = 0;
+  bool login = false;
+  std::uint32_t operation = 0;  // a login's operation number
+  std::string user;             // a login's user
+  std::string password;
+  std::string hash;
+  bool ok = false;
 };
 
 // Figures the router keeps about itself.
@@ -102,6 +119,10 @@ class CRouterCore {
   Ms NextWake(Ms now) const;
   // New users and administrators (SIGHUP): every client gets a new status.
   void Reload(AccessList access, Ms now);
+  // Where password checks go; without one they run at once, inline.
+  void SetPasswordChecker(std::function<void(PasswordCheck)> submit);
+  // The answer of a check handed to the checker.
+  void PasswordChecked(const PasswordCheck& done, Ms now);
 
   // Peers with new output or a new state since the last call.
   std::vector<PeerId> TakeDirty();
@@ -141,10 +162,17 @@ class CRouterCore {
   // Hello.
   void HelloInput(Peer& peer, const unsigned char*& bytes, std::size_t& size, Ms now);
   void HandleHello(Peer& peer, std::string_view text, Ms now);
-  std::uint32_t CheckApplication(std::string_view app, std::string_view text, bool& authenticated);
+  void ContinueHello(Peer& peer, Ms now);
+  void StartCheck(PasswordCheck check, Ms now);
+  void FinishLogin(Peer& peer, const PasswordCheck& done, Ms now);
+  void RefuseLogin(Peer& peer, std::uint32_t op, std::uint32_t rc, Ms now);
+  // Bytes a client sent while it had to wait, read now that it may go on.
+  void Resume(Peer& peer, Ms now);
   void Admit(Peer& peer, Ms now);
   void Refuse(Peer& peer, std::uint32_t code);
   void StartNameCheck(Peer& newcomer, Peer& holder, Ms now);
+
+  void Hold(Peer& peer, const unsigned char* bytes, std::size_t size, Ms now);
 
   // Frames.
   void FrameInput(Peer& peer, const unsigned char* bytes, std::size_t size, Ms now);
@@ -185,6 +213,7 @@ class CRouterCore {
 
   Settings settings_;
   AccessList access_;
+  std::function<void(PasswordCheck)> checker_;
   std::uint32_t log_;
   std::unordered_map<PeerId, std::unique_ptr<Peer>> peers_;
   std::unordered_map<std::string, PeerId> names_;              // active applications

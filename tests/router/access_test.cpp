@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "router/router_fixture.h"
+#include "support/scripted_router.h"
 #include "zqsys/zqini.h"
 
 namespace zq::test {
@@ -99,6 +100,33 @@ TEST_F(RouterTest, LoginAndLogoutCheckUsersAndAnswerTheLoginId) {
   EXPECT_EQ(ZqMQLogout(conn.handle), 0u);
   EXPECT_EQ(ZqMQLogout(conn.handle), ZQERR_MQCRYPT_LOGOUT_NOT_BY_OWNER);
   EXPECT_EQ(router_->Log().find("pw-ann"), std::string::npos) << "a password reached the log";
+}
+
+TEST_F(RouterTest, PasswordChecksDoNotStallOtherClients) {
+  StartRouter("", "[users]\nann=" + HashOf("pw-ann") + "\n");
+  Conn client, server;
+  ASSERT_EQ(Connect(client, "client"), 0u);
+  ASSERT_EQ(Connect(server, "server"), 0u);
+  Responder responder(server.handle);
+  // A client that sends 40 logins at once: tens of milliseconds of hashing
+  // each, which must not hold up anybody else.
+  std::string logins;
+  for (std::uint32_t op = 1; op <= 40; ++op)
+    logins += Frame(0x4001, U32(1000 + op) + "USER=ann;PASSWORD=wrong");
+  const int fd = RawConnect(router_->Port());
+  ASSERT_GE(fd, 0);
+  const std::string hello = std::string("Local\0APPNAME=hasher\0", 21) + logins;
+  ASSERT_EQ(send(fd, hello.data(), hello.size(), MSG_NOSIGNAL), static_cast<ssize_t>(hello.size()));
+  for (int i = 0; i < 10; ++i) {
+    TestMessage request;
+    request.Str(ZQMSG_FIELD_TO, router_->Address("server").c_str()).Body("quick");
+    HZQMSG reply = nullptr;
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(ZqMQSendMsg(client.handle, request.Get(), &reply, 5000), 0u);
+    ZqMsgFreeMessage(reply);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(150));
+  }
+  close(fd);
 }
 
 TEST_F(RouterTest, AdministratorsComeWithTheStatusAndSighupReloadsThem) {

@@ -3,7 +3,11 @@
 // the public client API only.
 #pragma once
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
@@ -18,6 +22,20 @@
 #include "zqsys/zqmsg.h"
 
 namespace zq::test {
+
+// A raw TCP connection to the router, for clients that break the rules.
+inline int RawConnect(std::uint16_t port) {
+  const int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
 
 class RouterTest : public ::testing::Test {
  protected:
