@@ -29,7 +29,7 @@ constexpr std::uint64_t kWorkerTag = ~std::uint64_t{0} - 2;
 constexpr int kMaxEvents = 256;
 // A client gets at most this much reading per pass, so one busy sender
 // cannot starve the others.
-constexpr std::size_t kReadBudget = 256 * 1024;
+constexpr std::size_t kReadBudget = std::size_t{256} * 1024;
 constexpr int kMaxIov = 64;
 constexpr std::uint64_t kAcceptPauseMs = 100;
 
@@ -116,7 +116,8 @@ bool CEventLoop::Listen(const std::string& bind, std::uint16_t port, std::string
     if (::bind(fd, a->ai_addr, a->ai_addrlen) == 0 && listen(fd, SOMAXCONN) == 0) {
       listener_ = fd;
     } else {
-      error = "cannot listen on " + bind + ":" + service + ": " + std::strerror(errno);
+      error = "cannot listen on ";
+      error.append(bind).append(":").append(service).append(": ").append(std::strerror(errno));
       close(fd);
     }
   }

@@ -21,7 +21,7 @@ using mq::Bytes;
 using mq::LEBytes;
 
 constexpr std::size_t kHelloLimit = 1024;
-constexpr std::size_t kHoldLimit = 64 * 1024;
+constexpr std::size_t kHoldLimit = std::size_t{64} * 1024;
 constexpr std::string_view kHelloTag("Local\0", 6);
 constexpr Ms kHelloTimeoutMs = 10000;
 constexpr Ms kSweepMs = 250;

@@ -103,7 +103,8 @@ bool ReadIniSettings(const std::string& path, Settings& settings, std::string& e
     std::string value;
     if (!ini.Get(kRouterSection, setting.key, value)) continue;
     if (!setting.apply(value, settings)) {
-      error = path + ": bad value for " + setting.key + ": '" + value + "'";
+      error = path;
+      error.append(": bad value for ").append(setting.key).append(": '").append(value).append("'");
       return false;
     }
   }
