@@ -77,8 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   // The file's last line as a key and as a section: a write refuses it or
   // reads back.
-  const std::string_view tail = document.Text().substr(document.Text().find_last_of("\r\n") + 1);
-  const std::string raw(tail.substr(0, tail.find('\0')));
+  const std::string& text = document.Text();
+  const std::string raw = text.substr(text.find_last_of("\r\n") + 1);
   for (const auto& [sectionText, keyText] : {std::pair(section, raw), std::pair(raw, key)}) {
     // As a caller passes them: up to the first NUL.
     const std::string s(sectionText.c_str()), k(keyText.c_str());
