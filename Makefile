@@ -27,6 +27,8 @@ test: deps
 demo: deps
 	$(call build,default)
 	ZQSYS_DEMO_LOGS="$(ROOT)/build/default/demo-logs" build/default/examples/zqsys_demo "$(ROOT)/examples/demo.ini"
+	@echo; echo "== The platform: zqrouter, a service and a client"
+	bash scripts/platform-demo.sh "$(ROOT)/build/default" "$(ROOT)"
 
 asan: deps
 	$(call build,asan)

@@ -1,16 +1,19 @@
 // Arbitrary bytes as an INI file. Input: one byte that sizes the read
 // buffers, then the file. Every read and list goes into a heap buffer of
 // exactly that size, so any byte written past it is caught; the INI
-// functions' cleaning runs on what comes back; and writes must read back.
+// functions' cleaning runs on what comes back; and writes must read back,
+// or be refused when their names could not.
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "config/ini_engine.h"
 #include "config/ini_text.h"
+#include "zqsys/zqerr.h"
 
 namespace {
 
@@ -71,6 +74,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   readsBack(document.SetValue(section, key, value), key, value);
   const std::string_view lines[] = {"a=1", "b"};
   readsBack(document.ReplaceSection(section, lines), "a", "1");
+
+  // The file's last line as a key and as a section: a write refuses it or
+  // reads back.
+  const std::string& text = document.Text();
+  const std::string raw = text.substr(text.find_last_of("\r\n") + 1);
+  for (const auto& [sectionText, keyText] : {std::pair(section, raw), std::pair(raw, key)}) {
+    // As a caller passes them: up to the first NUL.
+    const std::string s(sectionText.c_str()), k(keyText.c_str());
+    const zq::config::IniChange change =
+        zq::config::WriteString(document, s.c_str(), k.c_str(), value.c_str());
+    if (change.code != 0) {
+      Require(change.code == ZQERR_INI_WRITE_ERROR && change.text == std::nullopt);
+      continue;
+    }
+    const CIniDocument after(change.text ? *change.text : document.Text());
+    Require(after.Find(s, k) == std::optional<std::string_view>(value));
+  }
 
   const CIniDocument withoutKey(document.DeleteKey(section, key).value_or(document.Text()));
   const CIniDocument withoutSection(document.DeleteSection(section).value_or(document.Text()));

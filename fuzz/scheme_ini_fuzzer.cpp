@@ -1,9 +1,11 @@
 // Arbitrary bytes as an INI file of scheme descriptions. The scheme named by
 // the file's first "dbscheme:" section (else "s") and a recordset scheme from
 // its first section are loaded; whatever loads is queried, dumped and
-// written back as lines. Afterwards every scheme object must be gone.
+// written back as lines, and its SQL text must keep every name inside its
+// identifier. Afterwards every scheme object must be gone.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -35,8 +37,57 @@ uint32_t CountLine(void* lines, uint32_t, const char*, const char*, const char*)
   return 0;
 }
 
+// The SQL text with every quoted identifier (a doubled quote inside it
+// included) taken out; Require fails on an identifier left open.
+std::string OutsideIdentifiers(std::string_view sql) {
+  std::string rest;
+  for (std::size_t at = 0; at < sql.size(); ++at) {
+    if (sql[at] != '"') {
+      rest += sql[at];
+      continue;
+    }
+    for (++at;; at += 2) {
+      at = sql.find('"', at);
+      Require(at != std::string_view::npos);
+      if (at + 1 >= sql.size() || sql[at + 1] != '"') break;
+    }
+  }
+  return rest;
+}
+
+// No name reaches outside its identifier: what is left of a quoted
+// statement is its skeleton, and an unquoted one is written only from names
+// that cannot end early.
+void CheckSql(HZQDBTABLE table) {
+  static char sql[1 << 16];
+  uint32_t size = sizeof(sql);
+  const ZQDBDRIVER driver{nullptr, [](void*, char, uint32_t, uint32_t, char* type, uint32_t) {
+                            type[0] = 'T';
+                            type[1] = '\0';
+                            return 0u;
+                          }};
+  if (ZqDBGetTableCreationSQL(table, sql, &size, &driver) == 0) {
+    const std::string rest = OutsideIdentifiers(sql);
+    uint32_t indexes = 0;
+    ZqSchemeGetIndexCount(table, &indexes);
+    Require(rest.find_first_not_of("CREATEUNIQDXBLonascde T(),;") == std::string::npos);
+    Require(static_cast<uint32_t>(std::count(rest.begin(), rest.end(), ';')) == indexes + 1);
+  }
+  size = sizeof(sql);
+  Require(ZqDBGetTableDeleteSQL(table, sql, &size, nullptr) == 0);
+  Require(OutsideIdentifiers(sql) == "DROP TABLE ");
+  size = sizeof(sql);
+  if (ZqDBGetRecordsetCreationSQL(table, 1, sql, &size) == 0) {
+    Require(OutsideIdentifiers(sql).find_first_not_of("SELCTFROM ., ") == std::string::npos);
+  }
+  size = sizeof(sql);
+  if (ZqDBGetRecordsetCreationSQL(table, 0, sql, &size) == 0) {
+    Require(std::string_view(sql).find_first_of(";-()'\"/\t\r\n") == std::string_view::npos);
+  }
+}
+
 void QueryTable(HZQDBTABLE table) {
-  char text[256];
+  char text[300];
   uint32_t count = 0;
   Require(ZqSchemeGetFieldCount(table, &count) == 0);
   for (uint32_t i = 0; i < count; ++i) {
@@ -59,6 +110,7 @@ void QueryTable(HZQDBTABLE table) {
     Require(ZqSchemeGetIndexFieldInfo(index, fields - 1, &field) == 0);
     ZqSchemeFreeIndex(index);
   }
+  CheckSql(table);
   DumpTableScheme(table, 3);
 }
 

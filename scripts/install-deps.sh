@@ -11,6 +11,8 @@ packages=(
   libmsgpack-dev libmsgpack-cxx-dev libfmt-dev libspdlog-dev libsqlite3-dev
   # The SQL text tests run a throwaway server; about 13 s to install.
   postgresql
+  # The router checks password hashes; its benchmark runs beside nats.
+  libcrypt-dev nats-server libnats-dev
 )
 
 if ! command -v dpkg-query >/dev/null 2>&1; then

@@ -107,18 +107,25 @@ ZQ_API uint32_t ZqIniCustWriteInt(uint32_t handle, const char* section, const ch
 /* Writes the value as given; a null value deletes the key. An existing key is
  * rewritten in place, a new one follows the section's last key, a new section
  * goes at the end of the file. Writing the value a key has changes nothing.
- * 2, 0x4001, 0x4002, 0x4005. */
+ * Names a read could not find again are refused with 0x4002, as is a line
+ * break anywhere: a key holding '=' or starting with ';' or '[', a section
+ * holding ']', outer whitespace other than spaces. 2, 0x4001, 0x4002,
+ * 0x4005. */
 ZQ_API uint32_t ZqIniCustWriteStr(uint32_t handle, const char* section, const char* key,
                                   const char* value);
 
 /* Replaces the section's "key=value" lines (its comments stay) with `data`:
- * NUL-terminated lines ended by an empty one. 2, 0x4001, 0x4002, 0x4005. */
+ * NUL-terminated lines ended by an empty one. Names are refused as by
+ * ZqIniCustWriteStr, and so is a line the file would read as a comment or a
+ * header. 2, 0x4001, 0x4002, 0x4005. */
 ZQ_API uint32_t ZqIniCustWriteSection(uint32_t handle, const char* section, const char* data);
 
 /* Calls `callback` for each non-empty cleaned line of the section (up to
  * 32767 bytes of them), split at its first '=' (no '=': an empty value).
  * 2 for a null callback or a section that is null or only blanks; 0x4001,
- * 0x4005; else the callback's non-zero result, or 0. */
+ * 0x4005; else the callback's non-zero result; else 0x4003
+ * (INI:VALUE_TRUNCATED) for a section longer than that, whose whole lines
+ * were handed out and whose cut line was not; or 0. */
 ZQ_API uint32_t ZqIniCustEnumKeys(uint32_t handle, const char* section,
                                   ZqIniEnumKeysCallback callback, void* context);
 

@@ -209,8 +209,12 @@ ZQ_API uint32_t IntAddTable(HZQDBSCHEME scheme, HZQDBTABLE table);
  * A null key does nothing. On failure the table is unchanged. */
 ZQ_API uint32_t IntAddTextCbk(HZQDBTABLE table, const char* key, const char* value);
 /* The consistency check: 0x8007 (DB:EMPTY_SHEME) for a scheme without
- * items, 0x8008 (DB:WRONG_DB_SCHEME) when an index names a field its table
- * does not have. */
+ * items; 0x800A (DB:INVALID_TYPE) for a field type records cannot lay out
+ * (an integer of other than 1, 2, 4 or 8 bytes, a decimal of precision
+ * above 255 or scale above its precision); 0x8008 (DB:WRONG_DB_SCHEME) for
+ * two items of one name, two fields of one name in a table, an index
+ * naming a field its table does not have, or a primary key naming no index
+ * of its table. */
 ZQ_API uint32_t IntCheckScheme(HZQDBSCHEME scheme);
 /* Write the scheme, or one table scheme at an indent, to the default log as
  * information lines under "Scheme". */
@@ -222,14 +226,17 @@ ZQ_API uint32_t DumpTableScheme(HZQDBTABLE table, uint32_t indent);
 /* Loads scheme "dbscheme:<name>" from the default INI. The new scheme is
  * stored in *scheme before loading starts and stays there on failure too:
  * free it with ZqSchemeFreeScheme in both cases (a null *scheme means it
- * could not be created). The first failing line ends the load. */
+ * could not be created). The first failing line ends the load; a section
+ * longer than the INI enumeration reads (32767 bytes) fails with 0x4003
+ * (INI:VALUE_TRUNCATED) rather than load in part. */
 ZQ_API uint32_t ZqSchemeCreateSchemeFromIni(HZQDBSCHEME* scheme, const char* name);
 /* The same from the INI file `iniFile`. */
 ZQ_API uint32_t ZqSchemeCreateSchemeFromIni2(HZQDBSCHEME* scheme, const char* iniFile,
                                              const char* name);
 /* Loads one table scheme, named after the section, from section `section`
  * of the default INI. *table is set only on success. 0x8008 when the
- * section has no field. */
+ * section has no field; the table's part of IntCheckScheme; 0x4003 for a
+ * section too long to read whole. */
 ZQ_API uint32_t ZqSchemeCreateRecordsetSchemeFromIni(const char* section, HZQDBTABLE* table);
 ZQ_API uint32_t ZqSchemeCreateRecordsetSchemeFromIni2(const char* iniFile, const char* section,
                                                       HZQDBTABLE* table);
@@ -245,6 +252,9 @@ ZQ_API uint32_t CbkSaveToDb(HZQDBSCHEME scheme, ZQSCHEME_SAVE_CBK callback, void
 
 /* ---- SQL text ---- */
 
+/* Every quoted name is written in double quotes with a double quote inside
+ * it doubled, so that a name never ends its identifier early. */
+
 /* CREATE TABLE for the table scheme, then one CREATE [UNIQUE] INDEX per
  * index, field types from the driver. Buffer rule as above; 2 for a null
  * size or driver, or when the driver refuses a type. */
@@ -254,7 +264,9 @@ ZQ_API uint32_t ZqDBGetTableCreationSQL(HZQDBTABLE table, char* buffer, uint32_t
 ZQ_API uint32_t ZqDBGetTableDeleteSQL(HZQDBTABLE table, char* buffer, uint32_t* size,
                                       const ZQDBDRIVER* driver);
 /* SELECT of every field's source FROM the distinct source tables in byte
- * order, quoted ("t"."f") when `quoted` is non-zero, ending in a blank. */
+ * order, quoted ("t"."f") when `quoted` is non-zero, ending in a blank.
+ * Unquoted, a name holding anything but letters, digits, '_', '$', '#',
+ * '@' and bytes of 0x80 and above cannot be written: 2. */
 ZQ_API uint32_t ZqDBGetRecordsetCreationSQL(HZQDBTABLE table, uint32_t quoted, char* buffer,
                                             uint32_t* size);
 

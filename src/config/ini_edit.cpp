@@ -111,6 +111,17 @@ bool HasLineBreak(const char* text) noexcept {
   return text != nullptr && std::strpbrk(text, "\r\n") != nullptr;
 }
 
+// A line of a section's data: "key=value", or text without '=' that a
+// section read returns; never a line the file would read as a comment or a
+// header, nor one whose key could not be found again.
+bool IsWritableLine(std::string_view line) noexcept {
+  if (line.find_first_of("\r\n") != std::string_view::npos) return false;
+  const std::size_t equals = line.find('=');
+  if (equals != std::string_view::npos) return IsWritableKey(line.substr(0, equals));
+  const std::size_t first = line.find_first_not_of(" \t\v\f");
+  return first == std::string_view::npos || (line[first] != ';' && line[first] != '[');
+}
+
 IniChange Refused() {
   return {static_cast<std::uint32_t>(ZQERR_INI_WRITE_ERROR), std::nullopt};
 }
@@ -120,7 +131,10 @@ IniChange Refused() {
 IniChange WriteString(const CIniDocument& document, const char* section, const char* key,
                       const char* value) {
   if (section == nullptr) return {};
-  if (HasLineBreak(section) || HasLineBreak(key) || HasLineBreak(value)) return Refused();
+  if (!IsWritableSection(section) || (key != nullptr && !IsWritableKey(key)) ||
+      HasLineBreak(value)) {
+    return Refused();
+  }
   if (key == nullptr) return {0, document.DeleteSection(section)};
   if (value == nullptr) return {0, document.DeleteKey(section, key)};
   return {0, document.SetValue(section, key, value)};
@@ -128,11 +142,11 @@ IniChange WriteString(const CIniDocument& document, const char* section, const c
 
 IniChange WriteSection(const CIniDocument& document, const char* section, const char* data) {
   if (section == nullptr) return {};
-  if (HasLineBreak(section)) return Refused();
+  if (!IsWritableSection(section)) return Refused();
   if (data == nullptr) return {0, document.DeleteSection(section)};
   std::vector<std::string_view> lines;
   for (const char* line = data; *line != '\0'; line += std::strlen(line) + 1) {
-    if (HasLineBreak(line)) return Refused();
+    if (!IsWritableLine(line)) return Refused();
     lines.emplace_back(line);
   }
   return {0, document.ReplaceSection(section, lines)};

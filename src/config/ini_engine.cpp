@@ -148,8 +148,8 @@ std::uint32_t CIniDocument::GetString(std::string_view section, std::string_view
   return CopyText(text, buffer, size);
 }
 
-std::uint32_t CIniDocument::GetSection(std::string_view section, char* buffer,
-                                       std::uint32_t size) const noexcept {
+std::uint32_t CIniDocument::GetSection(std::string_view section, char* buffer, std::uint32_t size,
+                                       bool* cut) const noexcept {
   CListWriter list(buffer, size);
   if (const std::size_t found = FindSection(section); found != kNone) {
     for (std::size_t i = sections_[found].header + 1; i < sections_[found].end; ++i) {
@@ -157,6 +157,7 @@ std::uint32_t CIniDocument::GetSection(std::string_view section, char* buffer,
       if (line.HasContent() && !list.Add(TrimFileSpace(Range(line.begin, line.end)))) break;
     }
   }
+  if (cut != nullptr) *cut = list.Cut();
   return list.Finish();
 }
 
@@ -196,7 +197,11 @@ std::uint32_t CopyText(std::string_view text, char* buffer, std::uint32_t size) 
 }
 
 bool CListWriter::Add(std::string_view text) noexcept {
-  if (cut_ || size_ < 2) return false;
+  if (cut_) return false;
+  if (size_ < 2) {
+    cut_ = true;
+    return false;
+  }
   // used_ <= size_ - 2 holds, so there is room for a cut string's NUL.
   if (std::uint64_t{used_} + text.size() + 3 <= size_) {
     std::memcpy(buffer_ + used_, text.data(), text.size());

@@ -62,8 +62,9 @@ class CIniDocument {
   // The lists store "a\0b\0\0" and cut a list that does not fit (WriteList).
   std::uint32_t GetString(std::string_view section, std::string_view key, const char* fallback,
                           char* buffer, std::uint32_t size) const noexcept;
-  std::uint32_t GetSection(std::string_view section, char* buffer,
-                           std::uint32_t size) const noexcept;
+  // `cut`, when given, learns whether the section's lines did not all fit.
+  std::uint32_t GetSection(std::string_view section, char* buffer, std::uint32_t size,
+                           bool* cut = nullptr) const noexcept;
   std::uint32_t GetSectionNames(char* buffer, std::uint32_t size) const noexcept;
   std::uint32_t GetKeyNames(std::string_view section, char* buffer,
                             std::uint32_t size) const noexcept;
@@ -156,6 +157,7 @@ class CListWriter {
   bool Add(std::string_view text) noexcept;
   // Stores the final NUL; returns the characters stored before it.
   std::uint32_t Finish() noexcept;
+  bool Cut() const noexcept { return cut_; }
 
  private:
   char* buffer_;

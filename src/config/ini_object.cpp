@@ -129,9 +129,13 @@ std::uint32_t CIniObject::EnumKeys(const char* section, ZqIniEnumKeysCallback ca
   const auto document = Snapshot(true);
   if (!document) return kNotStarted;
   std::vector<char> list(kEnumKeysBuffer);
+  bool cut = false;
   const std::uint32_t count =
-      CleanList(list.data(), document->GetSection(section, list.data(), kEnumKeysBuffer));
-  return ForEachInList(list.data(), count, [&](char* line, std::uint32_t length) {
+      CleanList(list.data(), document->GetSection(section, list.data(), kEnumKeysBuffer, &cut));
+  // A section longer than the buffer: its whole lines are handed out, the
+  // cut one is not, and the caller learns that the section was not all read.
+  const std::uint32_t rc = ForEachInList(list.data(), count, [&](char* line, std::uint32_t length) {
+    if (line + length == list.data() + count) return 0u;  // the cut line ends past the count
     char* equals = static_cast<char*>(std::memchr(line, '=', length));
     char* value = line + length;  // without '=': the empty text at the line's end
     if (equals != nullptr) {
@@ -140,6 +144,7 @@ std::uint32_t CIniObject::EnumKeys(const char* section, ZqIniEnumKeysCallback ca
     }
     return callback(section, line, value, context);
   });
+  return rc == 0 && cut ? static_cast<std::uint32_t>(ZQERR_INI_VALUE_TRUNCATED) : rc;
 }
 
 std::uint32_t CIniObject::EnumSections(ZqIniEnumSectionsCallback callback, void* context) {

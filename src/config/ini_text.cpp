@@ -4,6 +4,28 @@
 
 namespace zq::config {
 
+namespace {
+
+// The caller's name as a write spells it, when nothing around it would be
+// lost on the way back.
+bool KeepsItsShape(std::string_view name) noexcept {
+  name = TrimSpaces(name);
+  if (name.find_first_of("\r\n") != std::string_view::npos) return false;
+  return name.empty() || (!IsFileSpace(name.front()) && !IsFileSpace(name.back()));
+}
+
+}  // namespace
+
+bool IsWritableKey(std::string_view key) noexcept {
+  if (!KeepsItsShape(key) || key.find('=') != std::string_view::npos) return false;
+  key = TrimSpaces(key);
+  return key.empty() || (key.front() != ';' && key.front() != '[');
+}
+
+bool IsWritableSection(std::string_view section) noexcept {
+  return KeepsItsShape(section) && section.find(']') == std::string_view::npos;
+}
+
 std::size_t CleanValue(char* text, std::size_t length) noexcept {
   for (std::size_t from = 0;;) {
     const char* slashes = nullptr;

@@ -43,6 +43,14 @@ inline std::string_view TrimSpaces(std::string_view text) noexcept {
   return text;
 }
 
+// Names a write can make that a read finds again: no line break, and no
+// outer whitespace but spaces (a read trims it from the file, a lookup
+// does not). A key also holds no '=', where its line would split, and does
+// not start with ';' (a comment) or '[' (a header); a section holds no ']',
+// where its header's name would end.
+bool IsWritableKey(std::string_view key) noexcept;
+bool IsWritableSection(std::string_view section) noexcept;
+
 // Cleans a value read as text, in place: it ends at the first "//", except
 // that "////" stands for a literal "//" and the search goes on after it;
 // then trailing blanks and tabs go, then leading blanks (a leading tab

@@ -19,6 +19,10 @@ namespace {
 using common::FormatToBufferF;
 using IniRef = common::CRef<config::CIniObject>;
 
+// The most files a log keeps: each open renames them all under the log's
+// lock, so a depth of a million held every line back for seconds.
+constexpr int kMaxFileDepth = 1000;
+
 const char* SeverityWord(std::int32_t severity) noexcept {
   switch (severity) {
     case ZQLOG_WARNING:
@@ -54,6 +58,46 @@ std::string ReadPath(const IniRef& ini, const char* section, const char* key) {
   return path;
 }
 
+// What stands for a character that would change a line's shape: a line
+// break would start a forged entry of its own, and a ';' in the category
+// would shift the fields after it. Null for a character written as it is.
+const char* Escape(char c, bool category) noexcept {
+  if (c == '\n') return "\\n";
+  if (c == '\r') return "\\r";
+  if (c == ';' && category) return "\\x3B";
+  return nullptr;
+}
+
+// Escapes text[0, length) in place inside `room` bytes (its NUL included),
+// cutting the end when the escapes leave no room for it (and then setting
+// `cut`); returns the new length. Text without such characters is only
+// scanned.
+std::uint32_t EscapeInPlace(char* text, std::uint32_t length, std::uint32_t room, bool category,
+                            bool& cut) noexcept {
+  std::uint32_t needed = 0, kept = 0;
+  for (; kept < length; ++kept) {
+    const char* escape = Escape(text[kept], category);
+    const std::uint32_t width =
+        escape != nullptr ? static_cast<std::uint32_t>(std::strlen(escape)) : 1;
+    if (needed + width > room - 1) break;
+    needed += width;
+  }
+  if (kept == length && needed == length) return length;  // nothing to escape
+  if (kept < length) cut = true;
+  for (std::uint32_t from = kept, to = needed; from-- > 0;) {
+    const char* escape = Escape(text[from], category);
+    if (escape == nullptr) {
+      text[--to] = text[from];
+      continue;
+    }
+    const std::size_t width = std::strlen(escape);
+    to -= static_cast<std::uint32_t>(width);
+    std::memcpy(text + to, escape, width);
+  }
+  text[needed] = '\0';
+  return needed;
+}
+
 bool SameSecond(const ZQTIME& a, const ZQTIME& b) noexcept {
   return a.second == b.second && a.minute == b.minute && a.hour == b.hour && a.day == b.day &&
          a.month == b.month && a.year == b.year;
@@ -83,7 +127,7 @@ std::uint32_t CLog::ReadSettings(const IniRef& ini, std::string& traceIniPath) {
   s.toConsole = read("logtoconsole", 1);
   if (s.toConsole != 0 && s.toConsole != 1) return ZQERR_LOG_INVALID_INI_VALUE;
   s.depth = read("logfiledepth", 3);
-  if (s.depth < 1) return ZQERR_LOG_INVALID_INI_VALUE;
+  if (s.depth < 1 || s.depth > kMaxFileDepth) return ZQERR_LOG_INVALID_INI_VALUE;
   s.cache = read("logfilecache", -1);
   if (s.cache < -1 || s.cache > 32767) s.cache = -1;
   s.toSyslog = read("logtosyslog", 1);
@@ -225,9 +269,17 @@ std::uint32_t CLog::BuildLine(LogEntry& entry, std::int32_t severity, const char
   if (format == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   std::lock_guard<std::mutex> stamp(stampLock_);
   if (!stampValid_) return ZQERR_LOG_NOT_OPENED_YET;
-  std::uint32_t length = StampTime(entry);
-  length += FormatToBufferF(entry.text + length, kEntrySize - length, ";%s;%s;",
-                            category != nullptr ? category : "", SeverityWord(severity));
+  std::uint32_t length = StampTime(entry) + 1;
+  entry.text[length - 1] = ';';
+  bool cut = false;
+  if (category != nullptr) {
+    const std::uint32_t room = kEntrySize - length;
+    length +=
+        EscapeInPlace(entry.text + length,
+                      FormatToBufferF(entry.text + length, room, "%s", category), room, true, cut);
+  }
+  length +=
+      FormatToBufferF(entry.text + length, kEntrySize - length, ";%s;", SeverityWord(severity));
   if (length >= kEntrySize - 1) return ZQERR_COMMON_INTERNAL_ERROR;
   std::uint32_t message = 0;
   if (prefix != nullptr) {
@@ -236,8 +288,8 @@ std::uint32_t CLog::BuildLine(LogEntry& entry, std::int32_t severity, const char
   message += common::FormatToBuffer(entry.text + length + message, kEntrySize - length - message,
                                     format, args);
   if (message == 0) return ZQERR_COMMON_INTERNAL_ERROR;
-  length += message;
-  if (length == kEntrySize - 1) MarkCut(entry.text, length);
+  length += EscapeInPlace(entry.text + length, message, kEntrySize - length, false, cut);
+  if (length == kEntrySize - 1 || cut) MarkCut(entry.text, length);
   entry.length = length;
   return 0;
 }

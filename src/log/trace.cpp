@@ -12,9 +12,11 @@ namespace {
 
 constexpr std::int32_t kMissing = -1;
 
-// A format that could not serve as an INI key.
+// A format that could not serve as an INI key: one the INI would refuse to
+// write, or would write where no read finds it, so that every call wrote it
+// again.
 bool IsBadFormat(const char* format) noexcept {
-  if (std::strpbrk(format, "=\n\r\t") != nullptr) return true;
+  if (std::strpbrk(format, "=\n\r\t") != nullptr || !config::IsWritableKey(format)) return true;
   if (std::strcmp(format, "error") == 0 || std::strcmp(format, "warning") == 0 ||
       std::strcmp(format, "info") == 0) {
     return true;
@@ -57,6 +59,12 @@ std::int32_t Decide(CLog& log, std::uint32_t severity, const char* category, con
   TraceTarget target;
   if (!log.ReadTraceTarget(category, target)) {
     ZqLogCustFatalEx(handle, "ZqSysLog", "Error in %s (%d)", "Log", 674);
+    return kUndecided;
+  }
+  // A category that would make a section name no read finds is a bad
+  // format too: its switches would be written again with every call.
+  if (!config::IsWritableSection(target.section)) {
+    ZqLogCustErrorEx(handle, "ZQTRACE", "Bad trace section '%s'", target.section);
     return kUndecided;
   }
   const char* word = TraceWord(severity);

@@ -26,12 +26,14 @@ std::string_view Trim(std::string_view text) {
   return text;
 }
 
+char Upper(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
 bool SameKey(std::string_view key, std::string_view wanted) {
   if (key.size() != wanted.size()) return false;
   for (std::size_t i = 0; i < key.size(); ++i) {
-    char c = key[i];
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    if (c != wanted[i]) return false;
+    if (Upper(key[i]) != Upper(wanted[i])) return false;
   }
   return true;
 }
@@ -100,6 +102,23 @@ std::uint32_t ParseConnString(std::string_view text, ConnString& out) {
   out.port = *portNumber;
   out.forRouter = std::move(rest);
   return 0;
+}
+
+std::optional<std::string_view> FindConnValue(std::string_view text, std::string_view key) {
+  const std::optional<Pair> pair = FindPair(text, key);
+  if (!pair) return std::nullopt;
+  return pair->value;
+}
+
+std::vector<std::string> SplitNames(std::string_view text) {
+  std::vector<std::string> names;
+  while (!text.empty()) {
+    const std::size_t end = text.find_first_of(";,");
+    const std::string_view name = Trim(text.substr(0, end));
+    text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    if (!name.empty()) names.emplace_back(name);
+  }
+  return names;
 }
 
 bool BuildHello(std::string_view forRouter, std::string& hello) {

@@ -5,8 +5,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zq::mq {
 
@@ -24,6 +26,14 @@ struct ConnString {
 // COMMON:WRONG_ARGUMENTS when APPNAME or PORT is missing or empty, or PORT
 // is not a decimal number from 1 to 65535; `out` is written only on success.
 std::uint32_t ParseConnString(std::string_view text, ConnString& out);
+
+// The value of the first pair whose key is `key` (without case), trimmed;
+// a piece without "=" has an empty value. Nothing when no pair has the key.
+std::optional<std::string_view> FindConnValue(std::string_view text, std::string_view key);
+
+// Names in a list separated by ";" or ",", blanks and tabs around each
+// skipped and empty ones dropped (administrator lists, for instance).
+std::vector<std::string> SplitNames(std::string_view text);
 
 // The hello the client sends first: "Local", a zero byte, the text for the
 // router and a zero byte. False when it would not fit the router's 1024-byte

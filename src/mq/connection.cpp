@@ -8,6 +8,7 @@
 
 #include "common/sized_text.h"
 #include "log/log_site.h"
+#include "mq/conn_string.h"
 #include "mq/deadline.h"
 #include "mq/message_ref.h"
 #include "zqsys/zqerr.h"
@@ -22,22 +23,6 @@ constexpr std::uint32_t kRecvSliceMs = 1500;
 constexpr std::uint32_t kIdlePingMs = 3000;
 constexpr std::uint32_t kPingSendMs = 100;
 constexpr int kDumpBytes = 45;
-
-// Administrator names are separated by ";" or ","; blanks around them are
-// skipped.
-std::vector<std::string> SplitAdmins(std::string_view text) {
-  std::vector<std::string> names;
-  while (!text.empty()) {
-    const std::size_t end = text.find_first_of(";,");
-    std::string_view name = text.substr(0, end);
-    text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
-    const std::size_t first = name.find_first_not_of(" \t");
-    if (first == std::string_view::npos) continue;
-    name = name.substr(first, name.find_last_not_of(" \t") - first + 1);
-    names.emplace_back(name);
-  }
-  return names;
-}
 
 }  // namespace
 
@@ -346,7 +331,7 @@ std::uint32_t CConnection::ApplyRouterStatus(HZQMSG status) noexcept {
   }
   try {
     std::vector<std::string> names =
-        SplitAdmins(std::string_view(static_cast<const char*>(admins), adminsSize));
+        SplitNames(std::string_view(static_cast<const char*>(admins), adminsSize));
     nodeName_.assign(node);
     if (!names.empty()) admins_.swap(names);
   } catch (const std::bad_alloc&) {

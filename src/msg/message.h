@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "common/ref_counted.h"
 #include "zqsys/zqmsg.h"
@@ -45,12 +46,13 @@ class CMessage : public common::CRefCounted {
   const UserField& UserFieldAt(std::uint32_t i) const noexcept { return users_[i]; }
 
   struct SystemField;
+  // The header field of that name ("Zq_From", ...), or null for a user name.
+  static const SystemField* FindSystemField(const char* name) noexcept;
 
  protected:
   ~CMessage() override;
 
  private:
-  static const SystemField* FindSystemField(const char* name) noexcept;
   static constexpr std::uint32_t kAppend = 0xFFFFFFFFu;
   // The index of the user field of that name (`length` characters), or
   // kAppend.
@@ -95,6 +97,27 @@ class CMessage : public common::CRefCounted {
   // The first 16 user fields live in the object itself.
   UserField firstUsers_[16];
 };
+
+// Where the header values of a block lie, for a reader that forwards the
+// block with a few values changed instead of loading it: offsets into the
+// block, and the texts (without their NUL, empty when null).
+struct BlockLayout {
+  std::uint32_t typeOffset = 0;     // the u4 "Zq_Type"
+  std::uint32_t sendIdOffset = 0;   // the u8 "Zq_SendId"
+  std::uint32_t replyIdOffset = 0;  // the u8 "Zq_ReplyId"
+  std::uint32_t fromBegin = 0;      // the whole "c" value of "Zq_From": length
+  std::uint32_t fromEnd = 0;        // word, bytes and NUL
+  std::string_view from, to, category;
+  std::uint32_t size = 0;   // bytes up to and including the terminator
+  bool systemPair = false;  // a user pair names a header field
+};
+
+// Walks a whole block with the checks of a load, without copying anything:
+// the header, every user pair (an empty name is refused as a load refuses
+// it) and the terminator, which may be missing at the very end as a load
+// allows. 0 or the load's result code.
+std::uint32_t ScanBlock(const std::uint8_t* block, std::uint32_t size,
+                        BlockLayout& layout) noexcept;
 
 // Reads one field straight from a block without building a message.
 std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, const char* name,

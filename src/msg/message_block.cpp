@@ -164,6 +164,33 @@ std::uint32_t DeliverText(const char* text, std::uint32_t length, const void** o
 
 }  // namespace
 
+std::uint32_t ScanBlock(const std::uint8_t* block, std::uint32_t size,
+                        BlockLayout& layout) noexcept {
+  ZQPARSECTX ctx{block, size, 0};
+  HeaderView h;
+  if (const std::uint32_t rc = ParseHeaderView(ctx, h)) return rc;
+  layout.typeOffset = static_cast<std::uint32_t>(h.type - block);
+  layout.sendIdOffset = static_cast<std::uint32_t>(h.sendId - block);
+  layout.replyIdOffset = static_cast<std::uint32_t>(h.replyId - block);
+  // "Zq_From" follows the reply id: its length word, then its bytes.
+  layout.fromBegin = layout.replyIdOffset + 8;
+  layout.fromEnd = layout.fromBegin + 4 + (h.from != nullptr ? h.fromLength + 1 : 0);
+  layout.from = h.from != nullptr ? std::string_view(h.from, h.fromLength) : std::string_view();
+  layout.to = h.to != nullptr ? std::string_view(h.to, h.toLength) : std::string_view();
+  layout.category =
+      h.category != nullptr ? std::string_view(h.category, h.categoryLength) : std::string_view();
+  layout.systemPair = false;
+  while (ctx.position < ctx.size) {
+    PairView pair;
+    if (const std::uint32_t rc = ParsePair(ctx, pair)) return rc;
+    if (pair.name == nullptr) break;
+    if (pair.name[0] == '\0') return ZQERR_COMMON_WRONG_ARGUMENTS;
+    if (CMessage::FindSystemField(pair.name) != nullptr) layout.systemPair = true;
+  }
+  layout.size = ctx.position;
+  return 0;
+}
+
 std::uint32_t ReadFieldFromBlock(const std::uint8_t* block, std::uint32_t size, const char* name,
                                  const void** value, std::uint32_t* valueSize) noexcept {
   ZQPARSECTX ctx{block, size, 0};

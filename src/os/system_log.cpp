@@ -4,13 +4,11 @@
 #include <syslog.h>
 
 #include <atomic>
-#include <mutex>
 
 namespace zq::os {
 namespace {
 
 std::atomic<SystemLogSink> g_sink{nullptr};
-std::mutex g_syslogLock;  // openlog's ident is process-wide
 
 int Priority(int severity) noexcept {
   if (severity == 1) return LOG_WARNING;
@@ -27,12 +25,12 @@ void WriteSystemLog(int severity, const char* category, const char* message) noe
     sink(severity, category, message);
     return;
   }
-  // The source is registered for one entry and let go, as the event source
-  // of the original design was; the message travels as "%s" data only.
-  std::lock_guard<std::mutex> hold(g_syslogLock);
-  openlog("ZqSysLog", LOG_NDELAY, LOG_USER);
-  syslog(LOG_USER | Priority(severity), "%s;%s", category, message);
-  closelog();
+  // The process's syslog settings belong to the host program: openlog and
+  // closelog are never called, since they would replace its ident, options
+  // and facility for good. The facility goes with this entry's priority and
+  // the library names itself in the text; the message travels as "%s" data
+  // only.
+  syslog(LOG_USER | Priority(severity), "ZqSysLog: %s;%s", category, message);
 }
 
 void WriteConsoleLine(const char* text, std::size_t length) noexcept {

@@ -5,10 +5,11 @@
 
 namespace zq::os {
 
-// Writes one entry to syslog(3) under the ident "ZqSysLog", facility
-// LOG_USER: severity 1 as a warning, 2 and 3 as errors, anything else as
-// information; the text is "category;message". The message is always handed
-// over as data, never as a format.
+// Writes one entry to syslog(3) with facility LOG_USER: severity 1 as a
+// warning, 2 and 3 as errors, anything else as information; the text is
+// "ZqSysLog: category;message". The host's own openlog settings (ident,
+// options, facility) are left as they are: the entry goes under the host's
+// ident. The message is always handed over as data, never as a format.
 void WriteSystemLog(int severity, const char* category, const char* message) noexcept;
 
 // Writes the text and a newline to standard output as one piece.

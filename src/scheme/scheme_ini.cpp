@@ -182,6 +182,7 @@ std::uint32_t LoadRecordset(std::uint32_t ini, const char* section, HZQDBTABLE* 
     ZQ_LOG_SITE(ZqLogErrorEx, kCategory, "Empty table scheme;tbl-name \"%s\"", section);
     return ZQ_RETURN_ZQERR(ZQERR_DB_WRONG_DB_SCHEME);
   }
+  if (const std::uint32_t rc = table->Check()) return ZQ_RETURN_ZQERR(rc);
   *out = table.Detach()->Handle();
   return 0;
 }

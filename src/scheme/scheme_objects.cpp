@@ -90,10 +90,22 @@ void CZqDBTypedEntry::SetSource(std::string_view table, std::string_view field) 
 
 CZqDBTypedEntry::SourceText CZqDBTypedEntry::Source(bool quoted) const noexcept {
   SourceText source;
-  const int length =
-      std::snprintf(source.text, sizeof(source.text), quoted ? "\"%s\".\"%s\"" : "%s.%s",
-                    sourceTable_.Get(), sourceField_.Get());
-  source.length = static_cast<std::size_t>(length);
+  std::size_t length = 0;
+  // Each name has at most 63 characters, so even doubled quotes fit.
+  const auto put = [&](char c) { source.text[length++] = c; };
+  const auto append = [&](std::string_view name) {
+    if (quoted) {
+      QuoteSqlName(name, put);
+    } else {
+      for (const char c : name)
+        put(c);
+    }
+  };
+  append(sourceTable_.View());
+  source.text[length++] = '.';
+  append(sourceField_.View());
+  source.text[length] = '\0';
+  source.length = length;
   return source;
 }
 
@@ -322,22 +334,85 @@ std::uint32_t CZqDBScheme::Add(CZqDBRecord* table) {
   return 0;
 }
 
-std::uint32_t CZqDBScheme::Check() const {
-  if (items_.empty()) return ZQERR_DB_EMPTY_SHEME;
-  for (const auto& item : items_) {
-    bool itemFails = false;
-    for (const auto& index : item->Indexes()) {
-      for (const CZqDBIndex::Field& field : index->Fields()) {
-        std::uint32_t position = 0;
-        if (const std::uint32_t rc = item->FindField(field.name.View(), &position)) {
-          ZQ_LOG_SITE(ZqLogErrorWithCodeEx, rc, kCategory,
-                      "Cannot get table field info;tbl-name \"%s\",index \"%s\",field name \"%s\"",
-                      item->Name().Get(), index->Name().Get(), field.name.Get());
-          itemFails = true;
-        }
+// ---- Checks ----
+
+namespace {
+
+// The largest decimal precision: the record layout keeps it in one byte.
+constexpr std::uint32_t kMaxDecimalPrecision = 255;
+
+// 0 for a field type the record layout and the codecs can use; else the
+// code, logged.
+std::uint32_t CheckFieldType(const CZqDBRecord& table, const CZqDBTypedEntry& field) {
+  const std::uint32_t size = field.Size();
+  bool usable = true;
+  switch (field.Letter()) {
+    case 'i':
+    case 'u':
+      usable = size == 1 || size == 2 || size == 4 || size == 8;
+      break;
+    case 'd':
+    case 's':
+      usable = size <= kMaxDecimalPrecision && field.Precision() <= size;
+      break;
+    default:
+      break;
+  }
+  if (usable) return 0;
+  ZQ_LOG_SITE(ZqLogErrorWithCodeEx, ZQERR_DB_INVALID_TYPE, kCategory,
+              "Unusable field type;tbl-name \"%s\",field \"%s\",type \"%s\",precision %u",
+              table.Name().Get(), field.Name().Get(), field.TypeText().Get(), field.Precision());
+  return ZQERR_DB_INVALID_TYPE;
+}
+
+}  // namespace
+
+std::uint32_t CZqDBRecord::Check() const {
+  const char* name = name_.Get();
+  for (std::size_t i = 0; i < fields_.size(); ++i) {
+    if (const std::uint32_t rc = CheckFieldType(*this, *fields_[i])) return rc;
+    // The name map keeps the first field of a name.
+    if (fieldByName_.find(fields_[i]->Name().View())->second != i) {
+      ZQ_LOG_SITE(ZqLogErrorWithCodeEx, ZQERR_DB_WRONG_DB_SCHEME, kCategory,
+                  "Duplicate field name;tbl-name \"%s\",field \"%s\"", name,
+                  fields_[i]->Name().Get());
+      return ZQERR_DB_WRONG_DB_SCHEME;
+    }
+  }
+  bool fails = false;
+  bool primaryFound = primaryKey_.Empty();
+  for (const auto& index : indexes_) {
+    primaryFound = primaryFound || index->Name().View() == primaryKey_.View();
+    for (const CZqDBIndex::Field& field : index->Fields()) {
+      std::uint32_t position = 0;
+      if (const std::uint32_t rc = FindField(field.name.View(), &position)) {
+        ZQ_LOG_SITE(ZqLogErrorWithCodeEx, rc, kCategory,
+                    "Cannot get table field info;tbl-name \"%s\",index \"%s\",field name \"%s\"",
+                    name, index->Name().Get(), field.name.Get());
+        fails = true;
       }
     }
-    if (itemFails) return ZQERR_DB_WRONG_DB_SCHEME;
+  }
+  if (!primaryFound) {
+    ZQ_LOG_SITE(ZqLogErrorWithCodeEx, ZQERR_DB_NO_SUCH_INDEX, kCategory,
+                "Primary key names no index;tbl-name \"%s\",primary key \"%s\"", name,
+                primaryKey_.Get());
+    fails = true;
+  }
+  return fails ? ZQERR_DB_WRONG_DB_SCHEME : 0;
+}
+
+std::uint32_t CZqDBScheme::Check() const {
+  if (items_.empty()) return ZQERR_DB_EMPTY_SHEME;
+  for (std::size_t i = 0; i < items_.size(); ++i) {
+    const CZqDBRecord& item = *items_[i];
+    for (std::size_t earlier = 0; earlier < i; ++earlier) {
+      if (items_[earlier]->Name().View() != item.Name().View()) continue;
+      ZQ_LOG_SITE(ZqLogErrorWithCodeEx, ZQERR_DB_WRONG_DB_SCHEME, kCategory,
+                  "Item listed twice;scheme \"%s\",item \"%s\"", name_.Get(), item.Name().Get());
+      return ZQERR_DB_WRONG_DB_SCHEME;
+    }
+    if (const std::uint32_t rc = item.Check()) return rc;
   }
   return 0;
 }

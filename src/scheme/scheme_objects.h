@@ -40,6 +40,19 @@ inline bool IsName(const char* name) noexcept {
   return name != nullptr && name[0] != '\0';
 }
 
+// Hands `name` to `put` one character at a time as a quoted SQL identifier:
+// in double quotes, a double quote inside it doubled, so that no name can
+// end the identifier and carry SQL of its own.
+template <class Put>
+void QuoteSqlName(std::string_view name, Put put) {
+  put('"');
+  for (const char c : name) {
+    put(c);
+    if (c == '"') put('"');
+  }
+  put('"');
+}
+
 // A name of at most 63 characters in a 64-byte array.
 class CName {
  public:
@@ -74,9 +87,10 @@ class CZqDBTypedEntry final : public common::CRefCounted {
   // A source field of 64 characters or more leaves the source field empty.
   void SetSource(std::string_view table, std::string_view field) noexcept;
 
-  // The source as text: "table.field", or "\"table\".\"field\"" quoted.
+  // The source as text: "table.field", or "\"table\".\"field\"" quoted, a
+  // double quote inside a quoted name doubled.
   struct SourceText {
-    char text[2 * ZQDB_NAME_SIZE + 8];
+    char text[4 * ZQDB_NAME_SIZE + 8];
     std::size_t length;
   };
   SourceText Source(bool quoted) const noexcept;
@@ -154,6 +168,12 @@ class CZqDBRecord final : public common::CRefCounted {
 
   // One key/value line of a table section; the table is unchanged on failure.
   std::uint32_t AddTextLine(const char* key, const char* value);
+  // The table's part of the consistency check: 0x800A for a field type the
+  // records cannot lay out (an integer other than 1, 2, 4 or 8 bytes, a
+  // decimal of precision above 255 or scale above its precision), 0x8008
+  // for a repeated field name, an index naming no field, or a primary key
+  // naming no index. Each fault is logged.
+  std::uint32_t Check() const;
 
   CZqDBRecord() = default;
 
@@ -203,7 +223,8 @@ class CZqDBScheme final : public common::CRefCounted {
 
   // Takes a reference on the table; 0x801E for a kind other than 1 or 2.
   std::uint32_t Add(CZqDBRecord* table);
-  // The consistency check of a loaded scheme.
+  // The consistency check of a loaded scheme: 0x8007 without items, 0x8008
+  // for two items of one name, else each item's check.
   std::uint32_t Check() const;
 
   CZqDBScheme() = default;

@@ -11,6 +11,7 @@
 
 #include "common/error_site.h"
 #include "common/sized_text.h"
+#include "log/log_site.h"
 #include "scheme/scheme_objects.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqscheme.h"
@@ -24,17 +25,36 @@ constexpr std::size_t kSelectReserve = 4097;
 constexpr uint32_t kTypeNameCapacity = 256;
 
 void AppendQuoted(std::string& sql, std::string_view name) {
-  sql += '"';
-  sql += name;
-  sql += '"';
+  QuoteSqlName(name, [&](char c) { sql += c; });
 }
 
-void AppendName(std::string& sql, std::string_view name, bool quoted) {
+// A name that can stand bare in a statement: letters, digits, '_', '$',
+// '#', '@' and the bytes of UTF-8 sequences. Anything else (a blank, a
+// quote, a comment or statement mark) could change what the statement says.
+bool IsBareName(std::string_view name) noexcept {
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool plain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+                       (byte >= '0' && byte <= '9') || byte == '_' || byte == '$' || byte == '#' ||
+                       byte == '@' || byte >= 0x80;
+    if (!plain) return false;
+  }
+  return true;
+}
+
+uint32_t AppendName(std::string& sql, std::string_view name, bool quoted) {
   if (quoted) {
     AppendQuoted(sql, name);
-  } else {
-    sql += name;
+    return 0;
   }
+  if (!IsBareName(name)) {
+    const std::string text(name);
+    ZQ_LOG_SITE(ZqLogErrorEx, "Scheme", "Name cannot stand unquoted in SQL;name \"%s\"",
+                text.c_str());
+    return ZQ_RETURN_ZQERR(ZQERR_COMMON_WRONG_ARGUMENTS);
+  }
+  sql += name;
+  return 0;
 }
 
 // The driver's SQL type of one field. A driver that refuses the type, or
@@ -102,9 +122,9 @@ uint32_t BuildSelect(const CZqDBRecord& table, bool quoted, std::string& sql) {
   for (const auto& field : table.Fields()) {
     if (!first) sql += ", ";
     first = false;
-    AppendName(sql, field->SourceTable().View(), quoted);
+    if (const uint32_t rc = AppendName(sql, field->SourceTable().View(), quoted)) return rc;
     sql += '.';
-    AppendName(sql, field->SourceField().View(), quoted);
+    if (const uint32_t rc = AppendName(sql, field->SourceField().View(), quoted)) return rc;
     sourceTables.insert(field->SourceTable().View());
   }
   sql += " FROM ";
@@ -112,7 +132,7 @@ uint32_t BuildSelect(const CZqDBRecord& table, bool quoted, std::string& sql) {
   for (const std::string_view sourceTable : sourceTables) {
     if (!first) sql += ", ";
     first = false;
-    AppendName(sql, sourceTable, quoted);
+    AppendName(sql, sourceTable, quoted);  // each was checked with its field
   }
   sql += ' ';
   return 0;

@@ -24,7 +24,9 @@ run("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 set(expected_files
   ${libdir}/libzqsys.so ${libdir}/libzqsys.a
   ${libdir}/cmake/ZqSys/ZqSysConfig.cmake ${libdir}/cmake/ZqSys/ZqSysConfigVersion.cmake
-  ${libdir}/pkgconfig/zqsys.pc)
+  ${libdir}/pkgconfig/zqsys.pc
+  ${prefix}/bin/zqrouter ${prefix}/etc/zqsys/zqrouter.ini
+  ${prefix}/lib/systemd/system/zqrouter.service)
 file(GLOB headers RELATIVE ${HEADER_DIR} ${HEADER_DIR}/*.h)
 foreach(header IN LISTS headers)
   list(APPEND expected_files ${prefix}/${INCLUDEDIR}/zqsys/${header})
@@ -34,6 +36,13 @@ foreach(file IN LISTS expected_files)
     message(FATAL_ERROR "not installed: ${file}")
   endif()
 endforeach()
+
+# The unit starts the router where it was installed.
+file(READ ${prefix}/lib/systemd/system/zqrouter.service unit)
+if(NOT unit MATCHES "ExecStart=${prefix}/bin/zqrouter --config ${prefix}/etc/zqsys/zqrouter.ini")
+  message(FATAL_ERROR "the unit does not start the installed router:\n${unit}")
+endif()
+run("run the installed router" ${prefix}/bin/zqrouter --help)
 
 set(runtime_env ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir})
 

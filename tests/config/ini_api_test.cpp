@@ -242,6 +242,30 @@ TEST_F(IniApi, Enumerations) {
   EXPECT_EQ(ZqIniCustEnumSections(kDefault, OnSection, &seen), kNotStarted);
 }
 
+// A section past the enumeration's buffer: every line handed out is whole,
+// the cut one is held back, and the caller learns that lines are missing.
+TEST_F(IniApi, EnumeratingALongSectionSaysItWasCut) {
+  std::string text = "[long]\n";
+  for (int i = 0; i < 3000; ++i)
+    text += "key" + std::to_string(10000 + i) + "=0123456789\n";
+  const uint32_t ini = Open(text);
+  std::vector<std::string> lines;
+  const auto collect = [](const char*, char* key, char* value, void* context) -> uint32_t {
+    static_cast<std::vector<std::string>*>(context)->push_back(std::string(key) + "=" + value);
+    return 0;
+  };
+  EXPECT_EQ(ZqIniCustEnumKeys(ini, "long", collect, &lines), uint32_t{ZQERR_INI_VALUE_TRUNCATED});
+  ASSERT_GT(lines.size(), 1000u);
+  ASSERT_LT(lines.size(), 3000u);
+  for (std::size_t i = 0; i < lines.size(); ++i)
+    ASSERT_EQ(lines[i], "key" + std::to_string(10000 + i) + "=0123456789");
+  // A callback's own result still wins.
+  EXPECT_EQ(
+      ZqIniCustEnumKeys(
+          ini, "long", [](const char*, char*, char*, void*) -> uint32_t { return 12; }, nullptr),
+      12u);
+}
+
 // Four threads open, read, write and close handles on two files and share
 // the default INI and one custom handle that one of them closes midway.
 TEST_F(IniApi, ThreadsShareFilesAndHandles) {

@@ -163,4 +163,43 @@ TEST(IniEngine, WriteSection) {
   EXPECT_EQ(zq::config::WriteString(CIniDocument(file), "a", "k\n", "1").code, refused);
 }
 
+// Names a read would not find again are refused; those it finds are written
+// and read back.
+TEST(IniEngine, WritesOnlyWhatReadsBack) {
+  const char* file = "[a]\nx=1\n";
+  struct Case {
+    const char* section;
+    const char* key;
+    bool written;
+  };
+  const Case cases[] = {
+      {"a", "k=v", false},  {"a", ";k", false},  {"a", "  ;k", false}, {"a", "[k]", false},
+      {"a", "\t[k", false}, {"a", "k\t", false}, {"a", "\vk", false},  {"a]b", "k", false},
+      {"a\t", "k", false},  {"\fa", "k", false}, {"a", "k;[", true},   {"a", " k ", true},
+      {"[a", "k", true},    {"a[b", "x]", true}, {"a", "k#", true},
+  };
+  for (const Case& c : cases) {
+    const CIniDocument document(file);
+    const auto change = zq::config::WriteString(document, c.section, c.key, "v");
+    if (!c.written) {
+      EXPECT_EQ(change.code, uint32_t{ZQERR_INI_WRITE_ERROR}) << c.section << "|" << c.key;
+      EXPECT_EQ(zq::config::WriteString(document, c.section, c.key, nullptr).code,
+                uint32_t{ZQERR_INI_WRITE_ERROR});
+      continue;
+    }
+    ASSERT_EQ(change.code, 0u) << c.section << "|" << c.key;
+    EXPECT_EQ(CIniDocument(*change.text).Find(c.section, c.key), "v") << c.section << "|" << c.key;
+  }
+
+  const auto replace = [&](const std::string& data) {
+    return zq::config::WriteSection(CIniDocument(file), "a", data.c_str()).code;
+  };
+  EXPECT_EQ(replace("k=1\0;c=2\0"s), uint32_t{ZQERR_INI_WRITE_ERROR});
+  EXPECT_EQ(replace("k=1\0 [b]\0"s), uint32_t{ZQERR_INI_WRITE_ERROR});
+  EXPECT_EQ(replace("k=1\0; comment\0"s), uint32_t{ZQERR_INI_WRITE_ERROR});
+  EXPECT_EQ(replace("k=[1]\0other;\0"s), 0u);
+  EXPECT_EQ(zq::config::WriteSection(CIniDocument(file), "a]", "k=1\0").code,
+            uint32_t{ZQERR_INI_WRITE_ERROR});
+}
+
 }  // namespace

@@ -71,6 +71,9 @@ TEST_F(LogFiles, SettingsAreChecked) {
     uint32_t rc;
   } cases[] = {
       {"logfiledepth=0\n", 0x5002},
+      {"logfiledepth=1001\n", 0x5002},
+      {"logfiledepth=1000000\n", 0x5002},
+      {"logfiledepth=1000\n", 0},
       {"logtime=4\n", 0x5002},
       {"logtime=3\n", 0x5002},
       {"logfilenametype=2\n", 0x5002},
@@ -120,6 +123,27 @@ uint32_t Collect(uint32_t, const ZQTIME*, int32_t, const char* line) {
 }
 uint32_t CountFlush(uint32_t) {
   return ++g_flushes;
+}
+
+// Text from a caller cannot forge an entry or shift the fields: line
+// breaks are escaped wherever they come from, and so is ';' in a category.
+TEST_F(LogFiles, LineBreaksAndCategorySeparatorsAreEscaped) {
+  const uint32_t log = OpenLog("logtime=0\n");
+  ZqLogCustErrorEx(log, "db;fatal", "user %s", "x\n2008-03-07 10:20:30.045;auth;;root logged in");
+  ZqLogCustEx(log, 0, "a\r\nb", "one\rtwo\n");
+  ZqLogCustErrorWithCodeEx(log, 0x5001, "c", "%s", "\n");
+  // Escapes that do not fit are cut with the line.
+  ZqLogCust(log, "%s", (std::string(16370, 'x') + "\n\n\n\n\n\n\n\n\n\n").c_str());
+  Close(log);
+  const std::string text = File("app.txt");
+  const std::size_t cut = text.find("xxx");
+  ASSERT_NE(cut, std::string::npos);
+  EXPECT_EQ(text.substr(0, cut),
+            ";db\\x3Bfatal;error;user x\\n2008-03-07 10:20:30.045;auth;;root logged in\n"
+            ";a\\r\\nb;;one\\rtwo\\n\n"
+            ";c;error;zqerr 20481=0x5001 - 'LOG:NOT_OPENED_YET';\\n\n;;;");
+  EXPECT_EQ(text.size() - cut, 16370u + 10 + 1);  // five escapes fit
+  EXPECT_EQ(text.substr(text.size() - 6), "n\\..>\n");
 }
 
 TEST_F(LogFiles, WriterAndFlusherReplacement) {

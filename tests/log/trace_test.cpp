@@ -83,12 +83,31 @@ TEST_F(Trace, SwitchValuesDecide) {
             ";c;fatal;never 2\n");
 }
 
+// Formats and categories the switch file could not hold are refused every
+// time, and the file does not grow with each call.
 TEST_F(Trace, BadFormats) {
   const uint32_t log = OpenTraced();
-  for (const char* format : {"a=b", "x\ty", "error", "info", "  ", " [sec]", "line\n"}) {
-    EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 0, "", format, 1), -1) << format;
+  const struct {
+    const char* category;
+    const char* format;
+  } cases[] = {
+      {"", "a=b"},    {"", "x\ty"},    {"", "error"},   {"", "info"},    {"", "  "},
+      {"", " [sec]"}, {"", "line\n"},  {"", "; %d"},    {"", "  ;x"},    {"", "x\v"},
+      {"", "\fx"},    {"a]b", "fine"}, {"c\r", "fine"}, {"c\v", "fine"},
+  };
+  for (int round = 0; round < 3; ++round) {
+    for (const auto& c : cases)
+      EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 0, c.category, c.format, 1), -1) << c.format;
   }
+  EXPECT_EQ(File("trace/switches.ini"), "");
   EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 0, "", "fine [x]", 1), 1);
+  EXPECT_EQ(trcheck_ZqLogCustExvDef(log, 0, "c[", "fine;x", 1), 1);
+  EXPECT_EQ(Switch("zqsyslog:trace:c[", "fine;x"), 1);
+  Close(log);
+  const std::string lines = File("app.txt");
+  EXPECT_NE(lines.find(";ZQTRACE;error;Bad format string '; %d'\n"), std::string::npos);
+  EXPECT_NE(lines.find(";ZQTRACE;error;Bad trace section 'zqsyslog:trace:a]b'\n"),
+            std::string::npos);
 }
 
 // A failing switch write is reported to the log once; it does not go

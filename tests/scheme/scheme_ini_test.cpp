@@ -176,6 +176,20 @@ TEST_F(SchemeIni, EachMalformedLineFailsTheLoad) {
        "tbl-name \"t\",index \"IDX_x\",field name \"name\""},
       {"field=id,i8\nindex=IDX_x," + std::string(64, 'f') + "\n", ZQERR_COMMON_WRONG_ARGUMENTS, 0,
        nullptr},
+      // Types the records cannot lay out, and names that lead nowhere, fail
+      // the final check.
+      {"field=n,d256.2\n", ZQERR_DB_INVALID_TYPE, 1,
+       "Scheme;error;zqerr 32778=0x800A - 'DB:INVALID_TYPE';Unusable field type;tbl-name "
+       "\"t\",field \"n\",type \"d256.2\",precision 2"},
+      {"field=n,s5.6\n", ZQERR_DB_INVALID_TYPE, 1, nullptr},
+      {"field=n,i3\n", ZQERR_DB_INVALID_TYPE, 1, nullptr},
+      {"field=n,u16\n", ZQERR_DB_INVALID_TYPE, 1, nullptr},
+      {"field=id,i8\nfield=id,c5\n", ZQERR_DB_WRONG_DB_SCHEME, 1,
+       "Scheme;error;zqerr 32776=0x8008 - 'DB:WRONG_DB_SCHEME';Duplicate field name;tbl-name "
+       "\"t\",field \"id\""},
+      {"field=id,i8\nindex=I,id\nprimary_key=id\n", ZQERR_DB_WRONG_DB_SCHEME, 1,
+       "Scheme;error;zqerr 32800=0x8020 - 'DB:NO_SUCH_INDEX';Primary key names no index;tbl-name "
+       "\"t\",primary key \"id\""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.lines);
@@ -221,6 +235,12 @@ TEST_F(SchemeIni, SchemeSectionFailures) {
       {"[other]\n", ZQERR_DB_EMPTY_SHEME},
       {"[dbscheme:s]\ntable=" + std::string(64, 't') + "\n", ZQERR_COMMON_BUFFER_TOO_SMALL},
       {"[dbscheme:s]\nlifenumber=4294967295\nview=t\n[view:s:t]\nfield=id,i8\n", 0},
+      {"[dbscheme:s]\ntable=t\nview=t\n[view:s:t]\nfield=id,i8\n" + table,
+       ZQERR_DB_WRONG_DB_SCHEME},
+      {"[dbscheme:s]\ntable=t\ntable=t\n" + table, ZQERR_DB_WRONG_DB_SCHEME},
+      {"[dbscheme:s]\ntable=t\n[table:s:t]\nfield=id,d255.255\nfield=b,u8\nindex=I,b\n"
+       "primary_key=I\n",
+       0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -234,6 +254,34 @@ TEST_F(SchemeIni, SchemeSectionFailures) {
       ZqSchemeCreateSchemeFromIni2(&scheme, Path("s.ini").c_str(), std::string(64, 's').c_str()),
       ZQERR_COMMON_BUFFER_TOO_SMALL);
   EXPECT_EQ(scheme, nullptr);
+}
+
+// A description longer than what the INI enumeration reads in one piece
+// fails to load rather than loading in part.
+TEST_F(SchemeIni, DescriptionsTooLongToReadWholeFail) {
+  std::string fields;
+  for (int i = 0; i < 3000; ++i)
+    fields += "field=field" + std::to_string(i) + ",c20\n";
+  EXPECT_EQ(LoadTable(fields + "index=I,field0\nprimary_key=I\n"),
+            uint32_t{ZQERR_INI_VALUE_TRUNCATED});
+  uint32_t count = 9;
+  ZqSchemeGetItemCount(scheme_, &count, ZQDB_ITEM_ALL);
+  EXPECT_EQ(count, 0u);
+
+  std::string tables = "[dbscheme:s]\n";
+  for (int i = 0; i < 3000; ++i)
+    tables += "table=table" + std::to_string(i) + "\n";
+  Put("s.ini", tables);
+  HZQDBSCHEME scheme = nullptr;
+  EXPECT_EQ(ZqSchemeCreateSchemeFromIni2(&scheme, Path("s.ini").c_str(), "s"),
+            uint32_t{ZQERR_INI_VALUE_TRUNCATED});
+  ZqSchemeFreeScheme(scheme);
+
+  Put("rs.ini", "[rs]\n" + fields);
+  HZQDBTABLE table = nullptr;
+  EXPECT_EQ(ZqSchemeCreateRecordsetSchemeFromIni2(Path("rs.ini").c_str(), "rs", &table),
+            uint32_t{ZQERR_INI_VALUE_TRUNCATED});
+  EXPECT_EQ(table, nullptr);
 }
 
 TEST_F(SchemeIni, RecordsetSchemes) {

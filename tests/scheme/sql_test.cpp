@@ -369,6 +369,38 @@ TEST_F(SqlTest, SqliteTakesTablesIndexesAndRecordsets) {
   EXPECT_EQ(db.Rows("SELECT count(*) FROM sqlite_master"), std::vector<std::string>{"0"});
 }
 
+// Names holding double quotes and SQL of their own stay names: the
+// statements make exactly the table, column and index the scheme names and
+// touch nothing else. Unquoted, such a name cannot be written at all.
+TEST_F(SqlTest, HostileNamesStayNames) {
+  const char* column = "x\" INTEGER);DROP TABLE victim;--";
+  const std::string field = std::string(column) + ",i4", index = std::string("I\",") + column;
+  const TableRef table = MakeTable("t\"", {{"field", field.c_str()}, {"index", index.c_str()}});
+  const std::string create = CreationSql(table.get(), Driver(SqliteTypesDriver));
+  EXPECT_EQ(create, R"(CREATE TABLE "t""" ("x"" INTEGER);DROP TABLE victim;--" INTEGER);)"
+                    R"(CREATE INDEX "I""" on "t""" ("x"" INTEGER);DROP TABLE victim;--" asc);)");
+  SqliteDb db;
+  db.Exec("CREATE TABLE victim (id INTEGER)");
+  db.Exec(create);
+  EXPECT_EQ(db.Rows("SELECT name FROM sqlite_master ORDER BY name"),
+            (std::vector<std::string>{"I\"", "t\"", "victim"}));
+  EXPECT_EQ(db.Rows("SELECT name FROM pragma_table_info('t\"')"), std::vector<std::string>{column});
+  db.Exec(DropSql(table.get()));
+  EXPECT_EQ(db.Rows("SELECT name FROM sqlite_master"), std::vector<std::string>{"victim"});
+
+  const TableRef recordset = MakeTable("r", {{"field", "v,i4,s\"rc.f\"ld"}});
+  EXPECT_EQ(SelectSql(recordset.get(), 1), R"(SELECT "s""rc"."f""ld" FROM "s""rc" )");
+  char text[64];
+  uint32_t size = sizeof text;
+  EXPECT_EQ(ZqSchemeGetFieldSource(recordset.get(), 0, text, &size, 1), 0u);
+  EXPECT_STREQ(text, R"("s""rc"."f""ld")");
+  for (const char* source : {"v,i4,s\"rc.f", "v,i4,s.f ld", "v,i4,s.f;", "v,i4,s.f--"}) {
+    const TableRef plain = MakeTable("r", {{"field", source}});
+    size = sizeof text;
+    EXPECT_EQ(ZqDBGetRecordsetCreationSQL(plain.get(), 0, text, &size), kWrongArguments) << source;
+  }
+}
+
 TEST_F(SqlTest, SqliteColumnsKeepTheirValues) {
   const Schemes s = MakeSchemes();
   SqliteDb db;

@@ -1,0 +1,130 @@
+// zqrouter: the router that the applications of one node talk to.
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include "event_loop.h"
+#include "password.h"
+#include "router_core.h"
+#include "settings.h"
+#include "zqsys/zqerr.h"
+#include "zqsys/zqini.h"
+#include "zqsys/zqlog.h"
+
+namespace {
+
+using namespace zq::router;
+
+constexpr const char* kUsage =
+    "usage: zqrouter [--config FILE] [--node NAME] [--port N] [--bind ADDR] [--data-dir DIR]\n"
+    "       zqrouter --hash-password    (reads a password on standard input, prints its hash)\n"
+    "\n"
+    "Runs the router of one node in the foreground until SIGTERM or SIGINT; SIGHUP\n"
+    "re-reads the users, application passwords and administrators of the INI file.\n"
+    "Options override the [zqrouter] keys of the INI file: node, port, bind, data_dir.\n"
+    "Defaults: node from the host name, bind 127.0.0.1, port 7420 (0 takes a free port).\n";
+
+// Reads one line from standard input, without echo on a terminal.
+std::string ReadPassword() {
+  termios saved{};
+  const bool terminal = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &saved) == 0;
+  if (terminal) {
+    termios quiet = saved;
+    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
+    std::fputs("password: ", stderr);
+  }
+  std::string line;
+  std::getline(std::cin, line);
+  if (terminal) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &saved);
+    std::fputs("\n", stderr);
+  }
+  return line;
+}
+
+int HashCommand() {
+  const std::string password = ReadPassword();
+  if (password.empty()) {
+    std::fputs("zqrouter: empty password\n", stderr);
+    return 2;
+  }
+  const std::string hash = HashPassword(password);
+  if (hash.empty()) {
+    std::fputs("zqrouter: cannot hash the password\n", stderr);
+    return 1;
+  }
+  std::printf("%s\n", hash.c_str());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CommandLine line;
+  std::string error;
+  if (!ParseCommandLine(argc, argv, line, error)) {
+    std::fprintf(stderr, "zqrouter: %s\n", error.c_str());
+    return 2;
+  }
+  if (line.help) {
+    std::fputs(kUsage, stdout);
+    return 0;
+  }
+  if (line.hashPassword) return HashCommand();
+  const Settings& settings = line.settings;
+
+  AccessList access;
+  if (!LoadAccessList(settings.configPath, access, error)) {
+    std::fprintf(stderr, "zqrouter: %s\n", error.c_str());
+    return 1;
+  }
+  std::uint32_t ini = ZQINI_DEFAULT_HANDLE;
+  if (!settings.configPath.empty() && ZqIniCustOpen(&ini, settings.configPath.c_str()) != 0) {
+    ini = ZQINI_DEFAULT_HANDLE;
+  }
+  std::uint32_t log = 0;
+  if (const std::uint32_t rc = ZqLogCustOpenEx(&log, kLogSection, ini)) {
+    std::fprintf(stderr, "zqrouter: cannot open the log [%s]: %s\n", kLogSection,
+                 ZqErrGetDescrStr(rc));
+    return 1;
+  }
+
+  CEventLoop::BlockSignals();
+  CRouterCore core(settings, std::move(access), log);
+  const std::string configPath = settings.configPath;
+  CEventLoop loop(
+      core,
+      [&configPath, log](AccessList& reloaded) {
+        std::string why;
+        if (LoadAccessList(configPath, reloaded, why)) return true;
+        ZqLogCustErrorEx(log, "zqrouter", "Reload failed, keeping the old lists: %s", why.c_str());
+        return false;
+      },
+      log);
+  std::string where;
+  if (!loop.Listen(settings.bind, settings.port, where, error)) {
+    std::fprintf(stderr, "zqrouter: %s\n", error.c_str());
+    ZqLogCustErrorEx(log, "zqrouter", "Cannot start: %s", error.c_str());
+    ZqLogCustClose(log);
+    return 1;
+  }
+  CPasswordWorker worker;
+  if (!worker.Ready()) {
+    std::fprintf(stderr, "zqrouter: cannot start the password checker\n");
+    return 1;
+  }
+  loop.UsePasswordWorker(worker);
+  ZqLogCustInfoEx(log, "zqrouter", "Router started;node '%s';listening on %s",
+                  settings.node.c_str(), where.c_str());
+  std::printf("zqrouter: node %s listening on %s\n", settings.node.c_str(), where.c_str());
+  std::fflush(stdout);
+  const int status = loop.Run();
+  ZqLogCustInfoEx(log, "zqrouter", "Router stopped;status %d", status);
+  ZqLogCustClose(log);
+  if (ini != ZQINI_DEFAULT_HANDLE) ZqIniCustClose(ini);
+  return status;
+}
