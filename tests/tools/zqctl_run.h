@@ -18,12 +18,11 @@ struct ZqctlResult {
   std::string out, err;
 };
 
-// `command` is the text after "zqctl", as a shell reads it; it runs in
-// `dir`.
-inline ZqctlResult RunZqctl(const ScratchDir& dir, const std::string& command) {
+// Runs a shell command line in `dir`.
+inline ZqctlResult RunShell(const ScratchDir& dir, const std::string& command) {
   const std::string out = dir.Path("stdout"), err = dir.Path("stderr");
-  const std::string line = "cd '" + dir.path().string() + "' && " + ZQCTL_PATH + " " + command +
-                           " >'" + out + "' 2>'" + err + "'";
+  const std::string line =
+      "cd '" + dir.path().string() + "' && " + command + " >'" + out + "' 2>'" + err + "'";
   const int raw = std::system(line.c_str());
   ZqctlResult result;
   result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
@@ -36,6 +35,11 @@ inline ZqctlResult RunZqctl(const ScratchDir& dir, const std::string& command) {
   result.out = slurp(out);
   result.err = slurp(err);
   return result;
+}
+
+// `command` is the text after "zqctl", as a shell reads it.
+inline ZqctlResult RunZqctl(const ScratchDir& dir, const std::string& command) {
+  return RunShell(dir, std::string(ZQCTL_PATH) + " " + command);
 }
 
 }  // namespace zqtest

@@ -185,13 +185,18 @@ std::string ParseValue(ZQPARSECTX* body, const std::string& code) {
   return word;
 }
 
-// A value as a field word: text when it is one, else hex bytes.
-std::string FieldWord(const std::string& name, const void* value, std::uint32_t size) {
+// Whether a value is a printable text with its NUL and no other.
+bool IsText(const void* value, std::size_t size) {
   const auto* bytes = static_cast<const unsigned char*>(value);
   bool text = size != 0 && bytes[size - 1] == 0;
-  for (std::uint32_t i = 0; text && i + 1 < size; ++i)
+  for (std::size_t i = 0; text && i + 1 < size; ++i)
     text = bytes[i] >= 0x20 && bytes[i] != 0x7F;
-  if (text) return name + "=" + reinterpret_cast<const char*>(bytes);
+  return text;
+}
+
+// A value as a field word: text when it is one, else hex bytes.
+std::string FieldWord(const std::string& name, const void* value, std::size_t size) {
+  if (IsText(value, size)) return name + "=" + static_cast<const char*>(value);
   return name + ":b=" + HexOf(value, size);
 }
 
@@ -340,9 +345,13 @@ void JsonOf(Json& json, HZQMSG message, const std::string& bodyFormat) {
       .Member("replyId", parts.replyId)
       .Key("fields")
       .Open('{');
+  // A text field as a string, any other as {"hex": "..."}.
   for (const auto& [name, value] : parts.fields) {
-    if (!IsHeaderField(name)) {
-      json.Member(name, FieldWord("", value.data(), static_cast<std::uint32_t>(value.size())));
+    if (IsHeaderField(name)) continue;
+    if (IsText(value.data(), value.size())) {
+      json.Member(name, value.c_str());
+    } else {
+      json.Key(name).Open('{').Member("hex", HexOf(value.data(), value.size())).Close('}');
     }
   }
   json.Close('}').Member("bodyHex", HexOf(parts.body.data(), parts.body.size()));
