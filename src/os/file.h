@@ -24,6 +24,12 @@ class CFileDescriptor {
   ~CFileDescriptor();
 
   int Get() const noexcept { return fd_; }
+  // Hands the descriptor over to the caller, who closes it.
+  int Release() noexcept {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
   explicit operator bool() const noexcept { return fd_ >= 0; }
 
  private:
