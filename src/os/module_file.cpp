@@ -1,7 +1,10 @@
 #include "os/module_file.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <unistd.h>
+
+#include <cstring>
 
 namespace zq::os {
 
@@ -24,6 +27,21 @@ std::string ExecutablePath() {
   const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
   if (length <= 0 || static_cast<std::size_t>(length) >= sizeof path) return {};
   return std::string(path, static_cast<std::size_t>(length));
+}
+
+}  // namespace zq::os
+
+namespace zq::os {
+
+bool OtherThreadsRun() noexcept {
+  DIR* tasks = opendir("/proc/self/task");
+  if (tasks == nullptr) return true;
+  int threads = 0;
+  while (const dirent* entry = readdir(tasks)) {
+    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) ++threads;
+  }
+  closedir(tasks);
+  return threads != 1;
 }
 
 }  // namespace zq::os
