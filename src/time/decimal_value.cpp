@@ -1,4 +1,5 @@
-// Decimal values: unpacking with validation, packing, integers and comparison.
+// Decimal values: unpacking with validation, packing, integers, comparison
+// and hashing.
 #include <algorithm>
 #include <cstdint>
 
@@ -123,6 +124,31 @@ std::uint32_t CompareDecimals(const void* a, const void* b, std::int32_t& result
     if (x != y) magnitude = x < y ? -1 : 1;
   }
   result = left.negative ? -magnitude : magnitude;
+  return ZQERR_COMMON_OK;
+}
+
+std::uint32_t HashDecimal(const void* value, std::uint64_t& hash) noexcept {
+  DecimalDigits d;
+  if (!UnpackDecimal(value, d)) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  // The sign, the power of ten of the last significant digit and the
+  // significant digits: leading and trailing zeros, and with them the type,
+  // leave no trace. FNV-1a over those bytes.
+  std::uint32_t first = 0;
+  while (first < d.precision && d.digits[first] == 0)
+    ++first;
+  std::uint32_t end = d.precision;
+  while (end > first && d.digits[end - 1] == 0)
+    --end;
+  const std::int32_t exponent =
+      first == end ? 0 : static_cast<std::int32_t>(d.precision - d.scale - end);
+  std::uint64_t h = 14695981039346656037u;
+  const auto mix = [&h](std::uint32_t byte) { h = (h ^ (byte & 0xFFu)) * 1099511628211u; };
+  mix(d.negative ? 1 : 0);
+  for (std::uint32_t shift = 0; shift < 32; shift += 8)
+    mix(static_cast<std::uint32_t>(exponent) >> shift);
+  for (std::uint32_t i = first; i < end; ++i)
+    mix(d.digits[i]);
+  hash = h;
   return ZQERR_COMMON_OK;
 }
 
