@@ -68,20 +68,23 @@ std::uint32_t StoreRounded(const ExactDecimal& x, void* result, std::uint32_t mo
   d.scale = ScaleOf(result);
   d.negative = x.negative;
   Magnitude m;
-  if (x.scale <= d.scale) {
+  const Magnitude* stored = &x.magnitude;
+  if (x.scale < d.scale) {
     // Checked before scaling up, so that the magnitude stays within its limbs.
     if (!x.magnitude.IsZero() && DigitCount(x.magnitude) + (d.scale - x.scale) > d.precision) {
       return ZQERR_COMMON_OVERFLOW;
     }
     m = x.magnitude;
     ScaleUp(m, d.scale - x.scale);
-  } else {
+    stored = &m;
+  } else if (x.scale > d.scale) {
     Magnitude divisor;
     SetPowerOfTen(divisor, x.scale - d.scale);
     DivideRounded(x.magnitude, divisor, x.negative, mode, m);
-    if (DigitCount(m) > d.precision) return ZQERR_COMMON_OVERFLOW;
+    stored = &m;
   }
-  MagnitudeToDigits(m, d.digits, d.precision);
+  if (DigitCount(*stored) > d.precision) return ZQERR_COMMON_OVERFLOW;
+  MagnitudeToDigits(*stored, d.digits, d.precision);
   PackDecimal(d, result);
   return ZQERR_COMMON_OK;
 }

@@ -146,9 +146,11 @@ void MagnitudeFromDigits(const std::uint8_t* digits, std::uint32_t count, Magnit
   std::uint32_t k = 0;
   for (std::uint32_t end = count; end > 0;) {
     const std::uint32_t begin = end > kLimbDigits ? end - kLimbDigits : 0;
-    std::uint32_t limb = 0;
-    for (std::uint32_t i = begin; i < end; ++i)
-      limb = limb * 10 + digits[i];
+    // Two digits a step halves the chain of dependent multiplications.
+    std::uint32_t i = begin;
+    std::uint32_t limb = (end - begin) % 2 == 1 ? digits[i++] : 0;
+    for (; i < end; i += 2)
+      limb = limb * 100 + digits[i] * 10u + digits[i + 1];
     out.limbs[k++] = limb;
     end = begin;
   }
@@ -160,10 +162,17 @@ void MagnitudeToDigits(const Magnitude& m, std::uint8_t* digits, std::uint32_t c
   std::uint32_t at = count;
   for (std::uint32_t k = 0; k < m.size && at > 0; ++k) {
     std::uint32_t limb = m.limbs[k];
-    for (std::uint32_t i = 0; i < kLimbDigits && at > 0; ++i) {
-      digits[--at] = static_cast<std::uint8_t>(limb % 10);
-      limb /= 10;
+    if (at < kLimbDigits) {  // the top limb, with no more digits than room
+      for (; at > 0; limb /= 10)
+        digits[--at] = static_cast<std::uint8_t>(limb % 10);
+      break;
     }
+    for (std::uint32_t i = 0; i < kLimbDigits / 2; ++i, limb /= 100) {
+      const std::uint32_t pair = limb % 100;
+      digits[--at] = static_cast<std::uint8_t>(pair % 10);
+      digits[--at] = static_cast<std::uint8_t>(pair / 10);
+    }
+    digits[--at] = static_cast<std::uint8_t>(limb);
   }
   std::memset(digits, 0, at);
 }
@@ -243,7 +252,7 @@ void MultiplySmall(Magnitude& m, std::uint32_t factor) noexcept {
 }
 
 void ScaleUp(Magnitude& m, std::uint32_t exponent) noexcept {
-  if (m.IsZero()) return;
+  if (m.IsZero() || exponent == 0) return;
   const std::uint32_t whole = exponent / kLimbDigits;
   std::memmove(m.limbs + whole, m.limbs, m.size * sizeof m.limbs[0]);
   std::fill_n(m.limbs, whole, 0u);

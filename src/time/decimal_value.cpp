@@ -34,38 +34,46 @@ bool UnpackDecimal(const void* value, DecimalDigits& out) noexcept {
   const std::uint32_t precision = bytes[1];
   const std::uint32_t scale = bytes[0] & 0x7Fu;
   if (!IsDecimalType(precision, scale)) return false;
-  const std::uint32_t nibbles = NibbleCount(precision, scale);
-  const std::uint32_t padding = nibbles - precision;
-  bool nonzero = false;
-  for (std::uint32_t i = 0; i < nibbles; ++i) {
-    const std::uint8_t byte = bytes[2 + i / 2];
-    const std::uint8_t nibble = (i % 2 == 0) ? byte >> 4 : byte & 0x0F;
-    if (i < padding) {
-      if (nibble != 0) return false;
-      continue;
-    }
-    if (nibble > 9) return false;
-    out.digits[i - padding] = nibble;
-    nonzero = nonzero || nibble != 0;
+  // Padding is 0, 1 or 2 nibbles; after it an even number of digits
+  // remains, two per byte.
+  const std::uint32_t padding = NibbleCount(precision, scale) - precision;
+  const std::uint8_t* packed = bytes + 2;
+  std::uint8_t* digit = out.digits;
+  std::uint32_t any = 0;
+  if (padding == 2 && *packed++ != 0) return false;
+  if (padding == 1) {
+    if (*packed > 9) return false;
+    any = *digit++ = *packed++;
+  }
+  bool bad = false;
+  for (std::uint8_t* const end = out.digits + precision; digit != end; digit += 2) {
+    const std::uint8_t byte = *packed++;
+    digit[0] = byte >> 4;
+    digit[1] = byte & 0x0F;
+    bad |= (digit[0] > 9) | (digit[1] > 9);
+    any |= byte;
   }
   out.precision = precision;
   out.scale = scale;
   out.negative = (bytes[0] & kDecimalSignBit) != 0;
-  return nonzero || !out.negative;
+  return !bad && (any != 0 || !out.negative);
 }
 
 void PackDecimal(const DecimalDigits& in, void* value) noexcept {
   auto* bytes = static_cast<std::uint8_t*>(value);
-  SetDecimalZero(value, in.precision, in.scale);
   const std::uint32_t padding = NibbleCount(in.precision, in.scale) - in.precision;
-  bool nonzero = false;
-  for (std::uint32_t i = 0; i < in.precision; ++i) {
-    const std::uint32_t nibble = padding + i;
-    const std::uint8_t digit = in.digits[i];
-    nonzero = nonzero || digit != 0;
-    bytes[2 + nibble / 2] |= static_cast<std::uint8_t>(nibble % 2 == 0 ? digit << 4 : digit);
+  std::uint8_t* packed = bytes + 2;
+  const std::uint8_t* digit = in.digits;
+  std::uint32_t any = 0;
+  if (padding == 2) *packed++ = 0;
+  if (padding == 1) any = *packed++ = *digit++;
+  for (const std::uint8_t* const end = in.digits + in.precision; digit != end; digit += 2) {
+    *packed = static_cast<std::uint8_t>(digit[0] << 4 | digit[1]);
+    any |= *packed++;
   }
-  if (in.negative && nonzero) bytes[0] |= kDecimalSignBit;
+  bytes[0] = static_cast<std::uint8_t>(in.scale);
+  bytes[1] = static_cast<std::uint8_t>(in.precision);
+  if (in.negative && any != 0) bytes[0] |= kDecimalSignBit;
 }
 
 std::uint32_t DecimalFromInt64(void* value, std::int64_t number) noexcept {
