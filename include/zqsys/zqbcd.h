@@ -161,7 +161,7 @@ ZQ_API uint32_t ZqBCDIIToDouble(const ZQBCDII* value, double* number);
  * above one tenth) into scale 20 is 0.10000000000000000555 half up and
  * 0.10000000000000000556 up, into scale 1 is 0.1 half up and 0.2 up.
  * -0.0 gives zero. Returns 0, 14 (COMMON:OVERFLOW, value unchanged) when the
- * integer part does not fit, or 2 for a NaN or an infinity, a null value,
+ * rounded number does not fit, or 2 for a NaN or an infinity, a null value,
  * an invalid type or an unknown rounding mode. */
 ZQ_API uint32_t ZqBCDIIFromDouble(ZQBCDII* value, double number, uint32_t roundMode);
 

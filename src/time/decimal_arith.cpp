@@ -9,10 +9,6 @@
 namespace zq::time {
 namespace {
 
-bool IsRoundingMode(std::uint32_t mode) noexcept {
-  return mode <= kRoundFloor;
-}
-
 std::uint32_t ScaleOf(const void* value) noexcept {
   return DecimalTypeOf(value) & 0xFFu;
 }

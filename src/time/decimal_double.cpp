@@ -48,7 +48,7 @@ std::uint32_t DecimalToDouble(const void* value, double& number) noexcept {
 }
 
 std::uint32_t DecimalFromDouble(void* value, double number, std::uint32_t mode) noexcept {
-  if (!HasDecimalHeader(value) || mode > kRoundFloor || !std::isfinite(number)) {
+  if (!HasDecimalHeader(value) || !IsRoundingMode(mode) || !std::isfinite(number)) {
     return ZQERR_COMMON_WRONG_ARGUMENTS;
   }
   const auto bits = std::bit_cast<std::uint64_t>(number);

@@ -20,6 +20,10 @@ inline constexpr std::uint32_t kRoundUp = 3;
 inline constexpr std::uint32_t kRoundCeiling = 4;
 inline constexpr std::uint32_t kRoundFloor = 5;
 
+constexpr bool IsRoundingMode(std::uint32_t mode) noexcept {
+  return mode <= kRoundFloor;
+}
+
 // Limbs least significant first; `size` limbs in use, the top one nonzero,
 // so zero has size 0. Limbs at and above `size` are undefined.
 struct Magnitude {
