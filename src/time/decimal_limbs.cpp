@@ -61,10 +61,16 @@ Remainder DivideShort(const Magnitude& num, std::uint32_t divisor, Magnitude& q)
   return {rest != 0, twice < divisor ? -1 : twice == divisor ? 0 : 1};
 }
 
-// Knuth's algorithm D in base 10^9: q = u / v for v of two limbs or more and
-// u of at least as many; u may be q.
+// Knuth's algorithm D in base 10^9: q = u / v for v of two limbs or more;
+// u may be q.
 Remainder DivideLong(const Magnitude& u, const Magnitude& v, Magnitude& q) noexcept {
   const std::uint32_t n = v.size;
+  if (u.size < n) {  // the quotient is 0 and u the remainder
+    Magnitude twice = u;
+    MultiplySmall(twice, 2);
+    q.size = 0;
+    return {!twice.IsZero(), CompareMagnitudes(twice, v)};
+  }
   const std::uint32_t m = u.size - n;
   // Scaling both by d puts v's top limb at or above half the base, so each
   // estimated quotient limb is at most one too large after the test below.
@@ -73,7 +79,8 @@ Remainder DivideLong(const Magnitude& u, const Magnitude& v, Magnitude& q) noexc
   std::uint32_t vn[kMaxLimbs + 1];
   MultiplyInto(u.limbs, u.size, d, un);
   MultiplyInto(v.limbs, n, d, vn);
-  for (std::uint32_t j = m + 1; j-- > 0;) {
+  for (std::uint32_t step = 0; step <= m; ++step) {
+    const std::uint32_t j = m - step;  // from the top limb of the quotient down
     const std::uint64_t top = std::uint64_t{un[j + n]} * kLimbBase + un[j + n - 1];
     std::uint64_t qhat = top / vn[n - 1];
     std::uint64_t rhat = top % vn[n - 1];
@@ -269,17 +276,8 @@ void SetPowerOfTen(Magnitude& m, std::uint32_t exponent) noexcept {
 
 void DivideRounded(const Magnitude& num, const Magnitude& den, bool negative, std::uint32_t mode,
                    Magnitude& quotient) noexcept {
-  Remainder rest;
-  if (num.size < den.size) {
-    Magnitude twice = num;
-    MultiplySmall(twice, 2);
-    rest = {!num.IsZero(), CompareMagnitudes(twice, den)};
-    quotient.size = 0;
-  } else if (den.size == 1) {
-    rest = DivideShort(num, den.limbs[0], quotient);
-  } else {
-    rest = DivideLong(num, den, quotient);
-  }
+  const Remainder rest =
+      den.size < 2 ? DivideShort(num, den.limbs[0], quotient) : DivideLong(num, den, quotient);
   const bool odd = quotient.size > 0 && quotient.limbs[0] % 2 == 1;
   if (RoundsAway(mode, negative, rest, odd)) AddOne(quotient);
 }
