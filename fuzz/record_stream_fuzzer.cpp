@@ -116,7 +116,7 @@ void Records(HZQPARSER parser) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 1 || size - 1 > 0xFFFFFFFFu) return 0;
   const auto streamSize = static_cast<std::uint32_t>(size - 1);
-  const std::unique_ptr<std::uint8_t[]> stream(new std::uint8_t[streamSize + 1]);
+  const std::unique_ptr<std::uint8_t[]> stream(new std::uint8_t[streamSize]);
   if (streamSize != 0) std::memcpy(stream.get(), data + 1, streamSize);
   HZQPARSER parser = nullptr;
   Require(ZqSysCreateBinaryParser(&parser) == 0);

@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size > 0xFFFFFFFFu) return 0;
   const auto blockSize = static_cast<std::uint32_t>(size);
   // An exactly sized heap copy, so reads past its end are caught.
-  const std::unique_ptr<std::uint8_t[]> block(new std::uint8_t[size + 1]);
+  const std::unique_ptr<std::uint8_t[]> block(new std::uint8_t[size]);
   if (size != 0) std::memcpy(block.get(), data, size);
   const zq::scheme::LiveCounts before = zq::scheme::CurrentLiveCounts();
 

@@ -34,8 +34,8 @@ Bytes Save(HZQDBSCHEME scheme) {
 
 // Loads from an exactly sized heap copy, so reads past the end are caught.
 uint32_t Load(const Bytes& block, HZQDBSCHEME* scheme, uint32_t* used = nullptr) {
-  const std::unique_ptr<uint8_t[]> copy(new uint8_t[block.size() + 1]);
-  std::memcpy(copy.get(), block.data(), block.size());
+  const std::unique_ptr<uint8_t[]> copy(new uint8_t[block.size()]);
+  if (!block.empty()) std::memcpy(copy.get(), block.data(), block.size());
   return ZqSchemeCreateSchemeFromBlock(copy.get(), static_cast<uint32_t>(block.size()), scheme,
                                        used);
 }
