@@ -13,6 +13,7 @@
 #include "zqsys/zqrecord.h"
 #include "zqsys/zqscheme.h"
 #include "zqsys/zqstream.h"
+#include "zqsys/zqstruct.h"
 #include "zqsys/zqtime.h"
 #include "zqsys/zqtypes.h"
 
