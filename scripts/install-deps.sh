@@ -9,6 +9,7 @@ packages=(
   g++ clang libclang-rt-14-dev clang-format clang-tidy python3
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libmsgpack-dev libmsgpack-cxx-dev libfmt-dev libspdlog-dev libsqlite3-dev
+  libgmp-dev  # the reference of the decimal tests and benchmark
   # The SQL text tests run a throwaway server; about 13 s to install.
   postgresql
   # The router checks password hashes; its benchmark runs beside nats.

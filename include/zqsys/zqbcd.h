@@ -25,7 +25,15 @@
  * size the text needs (its length + 1) is stored in *size. A null buffer
  * returns 15 (COMMON:REAL_SIZE_RETURNED); a buffer smaller than needed
  * returns 7 (COMMON:BUFFER_TOO_SMALL) and nothing is written to it;
- * otherwise the NUL-terminated text is written and 0 returned. */
+ * otherwise the NUL-terminated text is written and 0 returned.
+ *
+ * Functions that compute a value (arithmetic, rescaling, conversion from a
+ * double) write it to a result that already carries its type (ZqBCDIIInit):
+ * the exact result is rounded to the result's scale by a rounding mode,
+ * and 14 (COMMON:OVERFLOW) is returned, the result unchanged, when the
+ * rounded number needs more digits than the result's precision. A result
+ * that rounds to zero is stored as zero, never as a negative zero. The
+ * result may be the same bytes as an operand. */
 #ifndef ZQSYS_ZQBCD_H
 #define ZQSYS_ZQBCD_H
 
@@ -44,6 +52,14 @@ typedef struct ZqBCDII_s ZQBCDII;
 /* Sign modes of ZqBCDIIFormat. */
 #define ZQBCDII_SIGN_NEGATIVE 0u /* "-" before negatives only */
 #define ZQBCDII_SIGN_ALWAYS 3u   /* "+" before zero and positives, "-" before negatives */
+
+/* Rounding modes: how digits beyond a result's scale are dropped. */
+#define ZQBCDII_ROUND_HALF_UP 0u   /* to the nearest; a tie away from zero */
+#define ZQBCDII_ROUND_HALF_EVEN 1u /* to the nearest; a tie to an even last digit */
+#define ZQBCDII_ROUND_DOWN 2u      /* toward zero */
+#define ZQBCDII_ROUND_UP 3u        /* away from zero */
+#define ZQBCDII_ROUND_CEILING 4u   /* toward positive infinity */
+#define ZQBCDII_ROUND_FLOOR 5u     /* toward negative infinity */
 
 ZQ_EXTERN_C_BEGIN
 
@@ -105,6 +121,55 @@ ZQ_API uint32_t ZqBCDIIToInt64(const ZQBCDII* value, int64_t* number);
  * or 1 as a is below, equal to or above b. Returns 0, or 2 for a null
  * argument or invalid value. */
 ZQ_API uint32_t ZqBCDIICompare(const ZQBCDII* a, const ZQBCDII* b, int32_t* result);
+
+/* Arithmetic: the sum, difference (a - b), product or quotient (a / b) of
+ * two values of any types, rounded by roundMode to the type that result
+ * carries. Every result is the exact one rounded once: no digit is lost to
+ * an intermediate step. Returns 0; 14 (COMMON:OVERFLOW) when the rounded
+ * result does not fit; from ZqBCDIIDivide 0xD009 (VM:VAR_ZERO) when b is
+ * zero; 2 for a null argument, an invalid value, a result without a valid
+ * type, or an unknown rounding mode. On failure result is unchanged. */
+ZQ_API uint32_t ZqBCDIIAdd(ZQBCDII* result, const ZQBCDII* a, const ZQBCDII* b, uint32_t roundMode);
+ZQ_API uint32_t ZqBCDIISubtract(ZQBCDII* result, const ZQBCDII* a, const ZQBCDII* b,
+                                uint32_t roundMode);
+ZQ_API uint32_t ZqBCDIIMultiply(ZQBCDII* result, const ZQBCDII* a, const ZQBCDII* b,
+                                uint32_t roundMode);
+ZQ_API uint32_t ZqBCDIIDivide(ZQBCDII* result, const ZQBCDII* a, const ZQBCDII* b,
+                              uint32_t roundMode);
+
+/* Stores value in result, converted to the type result carries: fraction
+ * digits beyond its scale are rounded by roundMode, missing ones are zeros.
+ * Returns 0, 14 (COMMON:OVERFLOW, result unchanged) or 2 as for the
+ * arithmetic. */
+ZQ_API uint32_t ZqBCDIIRescale(ZQBCDII* result, const ZQBCDII* value, uint32_t roundMode);
+
+/* Rounds the value in place to `digits` digits after the point by
+ * roundMode, keeping its type: the fraction digits after those become 0
+ * (9.995 of scale 3 rounded half up to 2 digits is 10.000). A `digits` at or
+ * above the scale leaves the value as it is. Returns 0, 14 (COMMON:OVERFLOW,
+ * value unchanged) when the rounded number needs a digit more than the
+ * precision, or 2 for a null or invalid value or an unknown rounding mode. */
+ZQ_API uint32_t ZqBCDIIRound(ZQBCDII* value, uint32_t digits, uint32_t roundMode);
+
+/* Stores in *number the double nearest to the value (a tie goes to the even
+ * one); every value is within the range of a double. Returns 0, or 2 for a
+ * null argument or an invalid value. */
+ZQ_API uint32_t ZqBCDIIToDouble(const ZQBCDII* value, double* number);
+
+/* Stores the exact binary value of `number` in a value that already carries
+ * its type, rounded to its scale by roundMode: the double 0.1 (slightly
+ * above one tenth) into scale 20 is 0.10000000000000000555 half up and
+ * 0.10000000000000000556 up, into scale 1 is 0.1 half up and 0.2 up.
+ * -0.0 gives zero. Returns 0, 14 (COMMON:OVERFLOW, value unchanged) when the
+ * rounded number does not fit, or 2 for a NaN or an infinity, a null value,
+ * an invalid type or an unknown rounding mode. */
+ZQ_API uint32_t ZqBCDIIFromDouble(ZQBCDII* value, double number, uint32_t roundMode);
+
+/* Stores in *hash a 64-bit hash of the value's number: values that compare
+ * equal (ZqBCDIICompare) hash equal whatever their types, so 1.50 of scale 2
+ * and 1.5 of scale 1 agree. The hash is the same in every process and on
+ * every platform. Returns 0, or 2 for a null argument or an invalid value. */
+ZQ_API uint32_t ZqBCDIIHash(const ZQBCDII* value, uint64_t* hash);
 
 ZQ_EXTERN_C_END
 

@@ -50,8 +50,10 @@ ZQ_EXTERN_C_BEGIN
 
 /* Opens the default INI with the current options: 2 for a null or empty
  * path, 0x4000 if it is open, 0x4004 for a missing file (option bit 0:
- * created, or 0x4002), 4 when the full path cannot be made, 3 when it is
- * PATH_MAX or longer. */
+ * created, or 0x4002), 16 COMMON:NOT_SUPPORTED when the path names anything
+ * but a regular file (a directory, a FIFO, a device), 4 when the file exists
+ * but cannot be opened or the full path cannot be made, 3 when it is
+ * PATH_MAX or longer. Writes never replace anything but a regular file. */
 ZQ_API uint32_t ZqIniOpen(const char* path);
 
 /* Closes the default INI; it keeps its path. Always 0. */

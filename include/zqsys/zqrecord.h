@@ -32,6 +32,7 @@
 
 #include "zqsys/zqdefs.h"
 #include "zqsys/zqscheme.h"
+#include "zqsys/zqstream.h"
 #include "zqsys/zqtime.h"
 
 typedef struct ZqRecord_s* HZQRECORD;
@@ -157,6 +158,30 @@ ZQ_API uint32_t ZqRecordBlindCopyRecord(HZQRECORD destination, HZQRECORD source)
  * still copied; the result is then 0x8002 (DB:NO_SUCH_FIELD). Any other
  * failure stops the copy. */
 ZQ_API uint32_t ZqRecordCopyRecord(HZQRECORD destination, HZQRECORD source);
+
+/* ---- Streams ----
+ *
+ * A record in a binary stream (zqstream.h): the field count (u4), then per
+ * field in position order a state byte, 0 not set, 1 null, 2 a value, and
+ * for a value its stream form by the field's format code, as the struct
+ * composer writes it (zqstruct.h). The value is what a read of the field
+ * gives: a c field's text, the count last written of a b field; a field of
+ * any other type travels whole, so one written with fewer bytes reads back
+ * at its full size, the missing bytes zero. */
+
+/* Appends the record to the binary composer's stream. 2 for null
+ * arguments or a value its field cannot hold (see ZqSysComposeStruct), 1
+ * when memory runs out. On failure nothing is appended. */
+ZQ_API uint32_t ZqSysComposeFromRecord(HZQRECORD record, HZQCOMPOSER stream);
+/* Reads one record at the binary parser's position into `record`, which is
+ * cleared first, and advances past it: each field becomes not set, null or
+ * its value as the stream says. 0x8008 (DB:WRONG_DB_SCHEME) when the
+ * stream's field count is not the record's; 0x1004 (MSG:BAD_PARSE_BLOCK)
+ * for a stream that ends early, an unknown state byte, or a value the field
+ * cannot hold; 1 when memory runs out. On failure the parser's position
+ * stays where it was; the fields before the failing one are set, the others
+ * not. */
+ZQ_API uint32_t ZqSysParseToRecord(HZQPARSER stream, HZQRECORD record);
 
 ZQ_EXTERN_C_END
 

@@ -38,6 +38,7 @@
 #define ZQSYS_ZQSCHEME_H
 
 #include "zqsys/zqdefs.h"
+#include "zqsys/zqstream.h"
 
 typedef struct ZqDBScheme_s* HZQDBSCHEME;
 typedef struct ZqDBRecord_s* HZQDBTABLE; /* a table or view scheme */
@@ -220,6 +221,47 @@ ZQ_API uint32_t IntCheckScheme(HZQDBSCHEME scheme);
  * information lines under "Scheme". */
 ZQ_API uint32_t DumpScheme(HZQDBSCHEME scheme);
 ZQ_API uint32_t DumpTableScheme(HZQDBTABLE table, uint32_t indent);
+
+/* ---- Blocks and comparisons ----
+ *
+ * A scheme's block carries all of it (name, life number, and per item its
+ * kind, names, primary table and key, fields with their types and sources,
+ * indexes, custom attributes), so that a scheme loaded from it is equal to
+ * the one saved. It is a version byte (1) and then a binary stream
+ * (zqstream.h); docs/ARCHITECTURE.md gives its layout. Blocks travel
+ * between processes: the loader checks every length and count against the
+ * bytes that remain before using it. */
+
+/* Writes the scheme's block by the buffer rule: the block's size is always
+ * written to *size; a null or smaller buffer gives 7 and nothing is written.
+ * 2 for a null scheme or size. */
+ZQ_API uint32_t ZqSchemeSaveSchemeToBlock(HZQDBSCHEME scheme, void* buffer, uint32_t* size);
+/* Appends the scheme's block to a binary composer's stream; 1 when the
+ * stream cannot grow, and then nothing is appended. */
+ZQ_API uint32_t ZqSchemeSaveSchemeToBlock2(HZQDBSCHEME scheme, HZQCOMPOSER composer);
+/* A new scheme from a block of `size` bytes; *used (if not null) receives the
+ * bytes read, and bytes after the block are left alone. 16
+ * (COMMON:NOT_SUPPORTED) for a block of another version; 0x1004
+ * (MSG:BAD_PARSE_BLOCK) for a block that ends early, a count larger than the
+ * bytes left could hold, a null text, a name of 64 or more characters or
+ * with a NUL in it, a field without a name, a flag or sort order other
+ * than 0 or 1; 0x800A (DB:INVALID_TYPE) for an unknown type letter; 0x801E
+ * (DB:WRONG_ITEM_TYPE) for an item kind other than 1 or 2; 1 when memory
+ * runs out. *scheme is set only on success; free it with
+ * ZqSchemeFreeScheme. The consistency check is not run: call
+ * IntCheckScheme for it. */
+ZQ_API uint32_t ZqSchemeCreateSchemeFromBlock(const void* block, uint32_t size, HZQDBSCHEME* scheme,
+                                              uint32_t* used);
+/* *equal is 1 when the two schemes have the same name, life number and
+ * items in the same order, each with the same kind, name, primary table,
+ * primary key, fields (name, type, size, precision, source), indexes (name,
+ * table, unique, fields and orders) and custom attributes; else 0. */
+ZQ_API uint32_t ZqSchemeEqualSchemes(HZQDBSCHEME first, HZQDBSCHEME second, uint32_t* equal);
+/* *subset is 1 when every item of `part` has an item of its kind and name
+ * in `whole` holding each of its fields, by name, with the same type, size
+ * and precision (indexes, sources, custom attributes, names and life numbers
+ * of the schemes are not compared); else 0. */
+ZQ_API uint32_t ZqDBIsSchemeSubset(HZQDBSCHEME part, HZQDBSCHEME whole, uint32_t* subset);
 
 /* ---- INI descriptions ---- */
 

@@ -14,6 +14,7 @@
 #include "zqsys/zqscheme.h"
 #include "zqsys/zqstat.h"
 #include "zqsys/zqstream.h"
+#include "zqsys/zqstruct.h"
 #include "zqsys/zqtime.h"
 #include "zqsys/zqtypes.h"
 

@@ -10,6 +10,9 @@ namespace zq::config {
 namespace {
 
 constexpr auto kWriteError = static_cast<std::uint32_t>(ZQERR_INI_WRITE_ERROR);
+constexpr auto kFileNotFound = static_cast<std::uint32_t>(ZQERR_INI_FILE_NOT_FOUND);
+constexpr auto kNotRegular = static_cast<std::uint32_t>(ZQERR_COMMON_NOT_SUPPORTED);
+constexpr auto kCannotOpen = static_cast<std::uint32_t>(ZQERR_COMMON_SYSCALL_FAILED);
 
 // File times are as coarse as the kernel's clock tick, so a file changed in
 // the last two seconds may change again without its state showing it.
@@ -27,9 +30,24 @@ std::shared_ptr<const CIniDocument> Empty() noexcept {
 
 }  // namespace
 
+std::uint32_t CIniFile::Probe(bool create) const {
+  os::FileIdentity identity;
+  if (os::OpenRegularFile(path_, O_RDONLY, identity)) return 0;
+  if (errno == ENXIO) return kNotRegular;
+  if (errno != ENOENT && errno != ENOTDIR) return kCannotOpen;
+  if (!create) return kFileNotFound;
+  os::MakeParentDirectories(path_);
+  if (os::OpenRegularFile(path_, O_WRONLY | O_APPEND | O_CREAT, identity)) return 0;
+  return errno == ENXIO ? kNotRegular : kWriteError;
+}
+
 std::shared_ptr<const CIniDocument> CIniFile::Read() noexcept {
   os::FileIdentity now;
-  if (!os::StatPath(path_, now)) return Empty();
+  if (!os::StatPath(path_, now) || !now.IsRegular()) {
+    // What is gone need not be kept: a deleted file's parsed form is freed.
+    Remember({}, nullptr, false);
+    return Empty();
+  }
   std::shared_ptr<const CIniDocument> known;
   {
     const std::lock_guard guard(lock_);
@@ -40,12 +58,10 @@ std::shared_ptr<const CIniDocument> CIniFile::Read() noexcept {
     known = document_;
   }
   try {
-    const os::CFileDescriptor file = os::OpenFile(path_, O_RDONLY);
     os::FileIdentity identity;
+    const os::CFileDescriptor file = os::OpenRegularFile(path_, O_RDONLY, identity);
     std::string text;
-    if (!file || !os::StatDescriptor(file.Get(), identity) || !os::ReadAll(file.Get(), text)) {
-      return Empty();
-    }
+    if (!file || !os::ReadAll(file.Get(), text)) return Empty();
     // Bytes that did not change keep their parsed form.
     auto document = known && known->Text() == text
                         ? std::move(known)
@@ -61,18 +77,23 @@ std::uint32_t CIniFile::Write(const IniEdit& edit, IniSync sync) {
   // A write through a symbolic link replaces the file it leads to.
   const std::string target = os::FollowLinks(path_);
   for (int attempt = 0; attempt < kMaxWriteAttempts; ++attempt) {
-    os::CFileDescriptor file = os::OpenFile(target, O_RDONLY);
+    // Only a regular file is replaced: a device, a FIFO or a directory the
+    // path names stays as it is and the write fails.
+    os::FileIdentity locked, named;
+    os::CFileDescriptor file = os::OpenRegularFile(target, O_RDONLY, locked);
     if (!file && errno == ENOENT) {
       const IniChange change = edit(EmptyDocument());
       if (change.code != 0 || !change.text) return change.code;
-      file = os::OpenFile(target, O_RDONLY | O_CREAT);
+      file = os::OpenRegularFile(target, O_RDONLY | O_CREAT, locked);
     }
-    os::FileIdentity locked, named;
     if (!file || !os::LockExclusive(file.Get()) || !os::StatDescriptor(file.Get(), locked)) {
       return kWriteError;
     }
     // Another writer may have replaced the file while this one waited.
     if (!os::StatPath(target, named) || !named.SameInode(locked)) continue;
+    // Every writer holds this lock while its temporary file exists, so those
+    // still there were left by writers that died.
+    os::RemoveTempFilesBeside(target);
     std::string text;
     if (!os::ReadAll(file.Get(), text)) return kWriteError;
     const CIniDocument current(std::move(text));
@@ -118,11 +139,25 @@ void CIniFile::Remember(const os::FileIdentity& identity,
   // `document` now holds the replaced form, freed here outside the lock.
 }
 
-CIniFile& CIniFileTable::FileFor(const std::string& path) {
+std::shared_ptr<CIniFile> CIniFileTable::FileFor(const std::string& path) {
   const std::lock_guard guard(lock_);
-  std::unique_ptr<CIniFile>& file = files_[path];
-  if (!file) file = std::make_unique<CIniFile>(path);
-  return *file;
+  std::weak_ptr<CIniFile>& slot = files_[path];
+  if (std::shared_ptr<CIniFile> known = slot.lock()) return known;
+  // The last holder's release takes the file, and its parsed form, out of
+  // the table.
+  std::shared_ptr<CIniFile> file(new CIniFile(path), [this](CIniFile* gone) { Forget(gone); });
+  slot = file;
+  return file;
+}
+
+void CIniFileTable::Forget(CIniFile* file) noexcept {
+  {
+    const std::lock_guard guard(lock_);
+    // A new file on the same path may have taken the slot meanwhile.
+    const auto slot = files_.find(file->Path());
+    if (slot != files_.end() && slot->second.expired()) files_.erase(slot);
+  }
+  delete file;
 }
 
 }  // namespace zq::config

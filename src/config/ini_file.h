@@ -35,8 +35,16 @@ class CIniFile {
 
   const std::string& Path() const noexcept { return path_; }
 
+  // Whether the path names a regular file that can be read: 0, or
+  // INI:FILE_NOT_FOUND when nothing is there (with `create`, the file and
+  // its directories are made, or INI:WRITE_ERROR), COMMON:NOT_SUPPORTED for
+  // anything but a regular file, COMMON:SYSCALL_FAILED (errno kept) when it
+  // exists but cannot be opened. Throws std::bad_alloc.
+  std::uint32_t Probe(bool create) const;
+
   // The file as it is now: its parsed form, re-read when the disk says it
-  // changed; an empty document when it is missing or cannot be read.
+  // changed; an empty document when it is missing, is not a regular file,
+  // or cannot be read.
   std::shared_ptr<const CIniDocument> Read() noexcept;
 
   // Applies `edit` to the file's current text and replaces the file with the
@@ -61,16 +69,18 @@ class CIniFile {
 };
 
 // The files by full path, shared by every INI object on the same file. A
-// file once known stays for the table's life, so references to it stay
-// valid.
+// file, with its parsed form, lives while an object holds it; the table
+// outlives every file it made.
 class CIniFileTable {
  public:
   // Throws std::bad_alloc.
-  CIniFile& FileFor(const std::string& path);
+  std::shared_ptr<CIniFile> FileFor(const std::string& path);
 
  private:
+  void Forget(CIniFile* file) noexcept;
+
   std::mutex lock_;
-  std::unordered_map<std::string, std::unique_ptr<CIniFile>> files_;
+  std::unordered_map<std::string, std::weak_ptr<CIniFile>> files_;
 };
 
 }  // namespace zq::config

@@ -1,7 +1,5 @@
 #include "config/ini_object.h"
 
-#include <fcntl.h>
-
 #include <climits>
 #include <cstring>
 #include <vector>
@@ -16,8 +14,6 @@ namespace {
 
 constexpr auto kAlreadyStarted = static_cast<std::uint32_t>(ZQERR_INI_ALREADY_STARTED);
 constexpr auto kNotStarted = static_cast<std::uint32_t>(ZQERR_INI_NOT_STARTED);
-constexpr auto kWriteError = static_cast<std::uint32_t>(ZQERR_INI_WRITE_ERROR);
-constexpr auto kFileNotFound = static_cast<std::uint32_t>(ZQERR_INI_FILE_NOT_FOUND);
 constexpr auto kSyscallFailed = static_cast<std::uint32_t>(ZQERR_COMMON_SYSCALL_FAILED);
 
 // The buffers the INI functions read through, as their callers see them.
@@ -47,14 +43,10 @@ std::uint32_t CIniObject::Open(const char* path, std::uint32_t options) {
   std::string full;
   if (!os::FullPathName(path, full)) return kSyscallFailed;
   if (full.size() >= PATH_MAX) return ZQERR_COMMON_INTERNAL_ERROR;
-  file_ = &files_.FileFor(full);
+  file_ = files_.FileFor(full);
   path_ = std::move(full);
   // The file must exist; with the option, it and its directories are made.
-  if (!os::OpenFile(path_, O_RDONLY)) {
-    if ((options & ZQINI_OPT_CREATE_MISSING) == 0) return kFileNotFound;
-    os::MakeParentDirectories(path_);
-    if (!os::OpenFile(path_, O_WRONLY | O_APPEND | O_CREAT)) return kWriteError;
-  }
+  if (const std::uint32_t rc = file_->Probe((options & ZQINI_OPT_CREATE_MISSING) != 0)) return rc;
   opened_ = true;
   return 0;
 }

@@ -44,7 +44,7 @@ class CIniObject : public common::CRefCounted {
   std::mutex lock_;  // guards the fields below
   bool opened_ = false;
   std::string path_;
-  CIniFile* file_ = nullptr;  // the file of path_ in the registry's table
+  std::shared_ptr<CIniFile> file_;  // the file of path_ in the registry's table
 };
 
 // What ZqIniCustGetStr stores for a handle that names no object: the

@@ -5,12 +5,16 @@
 
 #include "common/error_site.h"
 #include "log/error_reporter.h"
+#include "os/module_file.h"
 #include "zqsys_build_version.h"
 
 namespace zq::library {
 namespace {
 
 std::atomic<CLibrary*> g_library{nullptr};
+// The library object left in memory at an unload with other threads running,
+// kept here so that it stays reachable.
+CLibrary* g_leftAtExit = nullptr;
 
 void OnLoad() noexcept {
   // Loading always succeeds: without memory the library runs without its
@@ -22,7 +26,17 @@ void OnLoad() noexcept {
 }
 
 void OnUnload() noexcept {
-  delete g_library.exchange(nullptr, std::memory_order_acq_rel);
+  CLibrary* library = g_library.exchange(nullptr, std::memory_order_acq_rel);
+  // A program that calls exit() while other threads are inside the library
+  // unloads it under them: freeing the registries would pull objects from
+  // under their calls. Then the object is only detached, so that later calls
+  // find none, and left in memory for the process's last moments. An unload
+  // by dlclose has no thread inside, or the code itself would be gone.
+  if (library != nullptr && os::OtherThreadsRun()) {
+    g_leftAtExit = library;
+    return;
+  }
+  delete library;
 }
 
 __attribute__((constructor)) void LibraryConstructor() {

@@ -109,6 +109,7 @@ class CLog : public common::CRefCounted {
   std::uint32_t StampTime(LogEntry& entry) noexcept;
   bool EnsureFile(const ZQTIME& time) noexcept;
   bool OpenFile(const std::string& name) noexcept;
+  bool OpenFailed(const std::string& name) noexcept;  // tells the system log; false
   std::string IndexedName(int index) const;
   void Rotate();
 

@@ -59,12 +59,14 @@ std::uint32_t CLog::FlushFile() noexcept {
 
 bool CLog::EnsureFile(const ZQTIME& time) noexcept {
   try {
+    const bool sameDay = fileYear_ == time.year && fileMonth_ == time.month && fileDay_ == time.day;
+    if (!file_.Path().empty() && (settings_.perDay != 1 || sameDay)) {
+      // A file deleted or moved away by another program is made again, not
+      // rotated: the rotation belongs to the log's open.
+      if (file_.IsOpen() && file_.StillNamed()) return true;
+      return file_.Reopen() || OpenFailed(file_.Path());
+    }
     if (settings_.perDay == 1) {
-      if (file_.IsOpen() && fileYear_ == time.year && fileMonth_ == time.month &&
-          fileDay_ == time.day) {
-        return true;
-      }
-      file_.Close();
       fileYear_ = time.year, fileMonth_ = time.month, fileDay_ = time.day;
       char date[16];
       common::FormatToBufferF(date, sizeof date, ".%04u%02u%02u", time.year, time.month, time.day);
@@ -72,7 +74,6 @@ bool CLog::EnsureFile(const ZQTIME& time) noexcept {
       if (name.size() >= PATH_MAX - 1) return false;
       return OpenFile(name);
     }
-    if (file_.IsOpen()) return true;
     Rotate();
     return OpenFile(IndexedName(0));
   } catch (...) {
@@ -92,7 +93,17 @@ std::string CLog::IndexedName(int index) const {
 }
 
 // Keeps `depth` files: the oldest goes, each other moves up one number.
+// Only regular files are moved or removed, and only when no writer, in this
+// process or another, holds the current one: a second log on the same file
+// appends to it instead, so no live writer's lines go to a removed file. The
+// current file stays locked until the renames are done, so a writer opening
+// it meanwhile sees that it moved and opens the new one.
 void CLog::Rotate() {
+  const os::CFileDescriptor current = os::TryHoldForRotation(IndexedName(0));
+  if (!current) return;
+  for (int index = 1; index < settings_.depth; ++index) {
+    if (!os::MayRotate(IndexedName(index))) return;
+  }
   for (int index = settings_.depth - 1; index >= 0; --index) {
     const std::string name = IndexedName(index);
     if (index == settings_.depth - 1) {
@@ -101,12 +112,15 @@ void CLog::Rotate() {
     }
     const std::string next = IndexedName(index + 1);
     os::RemoveFile(next);
-    if (os::PathExists(name)) os::RenameFile(name, next);
+    os::RenameFile(name, next);
   }
 }
 
 bool CLog::OpenFile(const std::string& name) noexcept {
-  if (file_.Open(name, settings_.cache)) return true;
+  return file_.Open(name, settings_.cache) || OpenFailed(name);
+}
+
+bool CLog::OpenFailed(const std::string& name) noexcept {
   if (settings_.toSyslog == 1) {
     SystemLogF(ZQLOG_FATAL, kDefaultSection, settings_.toConsole == 1,
                "Couldn't open log file;errno %d;file '%s'", errno, name.c_str());

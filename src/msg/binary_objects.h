@@ -25,6 +25,8 @@ class CBinaryComposer final : public common::CRefCounted {
     return reinterpret_cast<CBinaryComposer*>(handle);
   }
   HZQCOMPOSER Handle() noexcept { return reinterpret_cast<HZQCOMPOSER>(this); }
+  // The stream, for families above that compose into it value by value.
+  ZQCOMPOSECTX& Context() noexcept { return ctx_; }
 
  protected:
   ~CBinaryComposer() override;
@@ -45,6 +47,7 @@ class CBinaryParser final : public common::CRefCounted {
     return reinterpret_cast<CBinaryParser*>(handle);
   }
   HZQPARSER Handle() noexcept { return reinterpret_cast<HZQPARSER>(this); }
+  ZQPARSECTX& Context() noexcept { return ctx_; }
 
  protected:
   ~CBinaryParser() override = default;

@@ -1,5 +1,6 @@
 #include "os/file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -51,6 +52,7 @@ void Fill(const struct stat& st, FileIdentity& identity) noexcept {
   identity.modifiedNs = Nanoseconds(st.st_mtim);
   identity.changedNs = Nanoseconds(st.st_ctim);
   identity.mode = st.st_mode & 07777;
+  identity.type = st.st_mode & S_IFMT;
   identity.owner = st.st_uid;
   identity.group = st.st_gid;
 }
@@ -59,6 +61,25 @@ std::string DirectoryOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
   return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// A temporary file beside `target` is named ".<target's name>." and the six
+// letters or digits mkostemp puts for "XXXXXX".
+constexpr std::size_t kTempSuffix = 6;
+std::string TempPrefix(const std::string& target) {
+  const std::size_t slash = target.rfind('/');
+  return "." + target.substr(slash == std::string::npos ? 0 : slash + 1) + ".";
+}
+bool IsTempName(std::string_view name, const std::string& prefix) noexcept {
+  if (name.size() != prefix.size() + kTempSuffix || name.substr(0, prefix.size()) != prefix) {
+    return false;
+  }
+  for (const char c : name.substr(prefix.size())) {
+    const bool alphanumeric =
+        (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    if (!alphanumeric) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -94,6 +115,21 @@ bool StatDescriptor(int fd, FileIdentity& identity) noexcept {
 CFileDescriptor OpenFile(const std::string& path, int flags) noexcept {
   return CFileDescriptor(
       RetryOnInterrupt([&] { return open(path.c_str(), flags | O_CLOEXEC, kFileMode); }));
+}
+
+CFileDescriptor OpenRegularFile(const std::string& path, int flags,
+                                FileIdentity& identity) noexcept {
+  if (StatPath(path, identity) && !identity.IsRegular()) {
+    errno = ENXIO;
+    return CFileDescriptor();
+  }
+  CFileDescriptor file = OpenFile(path, flags | O_NONBLOCK);
+  if (!file || !StatDescriptor(file.Get(), identity)) return CFileDescriptor();
+  if (!identity.IsRegular()) {
+    errno = ENXIO;
+    return CFileDescriptor();
+  }
+  return file;
 }
 
 bool ReadAll(int fd, std::string& text) {
@@ -133,8 +169,8 @@ bool LockExclusive(int fd) noexcept {
 CFileDescriptor MakeTempFileBeside(const std::string& target, std::string& tempPath) {
   if (Injected(FileStep::kMakeTemp)) return CFileDescriptor();
   const std::size_t slash = target.rfind('/');
-  const std::size_t nameAt = slash == std::string::npos ? 0 : slash + 1;
-  tempPath = target.substr(0, nameAt) + "." + target.substr(nameAt) + ".XXXXXX";
+  tempPath = target.substr(0, slash == std::string::npos ? 0 : slash + 1) + TempPrefix(target) +
+             std::string(kTempSuffix, 'X');
   return CFileDescriptor(RetryOnInterrupt([&] { return mkostemp(tempPath.data(), O_CLOEXEC); }));
 }
 
@@ -156,6 +192,22 @@ bool RenameFile(const std::string& from, const std::string& to) noexcept {
 
 void RemoveFile(const std::string& path) noexcept {
   unlink(path.c_str());
+}
+
+void RemoveTempFilesBeside(const std::string& target) {
+  // opendir sets O_CLOEXEC on its descriptor.
+  DIR* entries = opendir(DirectoryOf(target).c_str());
+  if (entries == nullptr) return;
+  const int directory = dirfd(entries);
+  const std::string prefix = TempPrefix(target);
+  while (const dirent* entry = readdir(entries)) {
+    struct stat st {};
+    if (IsTempName(entry->d_name, prefix) &&
+        fstatat(directory, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)) {
+      unlinkat(directory, entry->d_name, 0);
+    }
+  }
+  closedir(entries);
 }
 
 bool SyncDirectoryOf(const std::string& path) {

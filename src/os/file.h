@@ -5,6 +5,7 @@
 // failure returns false (or a closed descriptor) with errno kept.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -23,6 +24,12 @@ class CFileDescriptor {
   ~CFileDescriptor();
 
   int Get() const noexcept { return fd_; }
+  // Hands the descriptor over to the caller, who closes it.
+  int Release() noexcept {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
   explicit operator bool() const noexcept { return fd_ >= 0; }
 
  private:
@@ -37,10 +44,12 @@ struct FileIdentity {
   off_t size = 0;
   std::int64_t modifiedNs = 0;
   std::int64_t changedNs = 0;
-  mode_t mode = 0;
+  mode_t mode = 0;  // the permission bits
+  mode_t type = 0;  // S_IFREG, S_IFCHR, ...
   uid_t owner = 0;
   gid_t group = 0;
 
+  bool IsRegular() const noexcept { return type == S_IFREG; }
   bool SameInode(const FileIdentity& other) const noexcept {
     return device == other.device && inode == other.inode;
   }
@@ -57,6 +66,16 @@ bool StatDescriptor(int fd, FileIdentity& identity) noexcept;
 // umask.
 CFileDescriptor OpenFile(const std::string& path, int flags) noexcept;
 
+// Opens a regular file, following symbolic links, and gives its state.
+// Whatever else the path names (a FIFO, a device, a socket, a directory) is
+// refused with errno ENXIO: a FIFO would block the open or the read, an
+// endless device would be read until memory runs out, and a write would
+// replace it by a regular file. The path is checked before the open, so that
+// no device driver is opened, and the descriptor after it (with O_NONBLOCK),
+// so that a file swapped in between is refused as well.
+CFileDescriptor OpenRegularFile(const std::string& path, int flags,
+                                FileIdentity& identity) noexcept;
+
 // The whole file from its start; throws std::bad_alloc.
 bool ReadAll(int fd, std::string& text);
 bool WriteAll(int fd, std::string_view bytes) noexcept;
@@ -72,6 +91,11 @@ bool CopyModeAndOwner(int fd, const FileIdentity& like) noexcept;
 bool SyncFile(int fd) noexcept;
 bool RenameFile(const std::string& from, const std::string& to) noexcept;
 void RemoveFile(const std::string& path) noexcept;
+// Removes the temporary files MakeTempFileBeside made for `target` that are
+// still there: those of writers that died before their rename. The caller
+// holds the lock that every writer of `target` holds while its temporary
+// file exists, so none of them is in use. Only regular files are removed.
+void RemoveTempFilesBeside(const std::string& target);
 // Makes a finished rename in the directory of `path` durable.
 bool SyncDirectoryOf(const std::string& path);
 

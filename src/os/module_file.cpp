@@ -1,7 +1,10 @@
 #include "os/module_file.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <unistd.h>
+
+#include <cstring>
 
 namespace zq::os {
 
@@ -32,6 +35,17 @@ namespace zq::os {
 
 std::uint32_t ProcessId() noexcept {
   return static_cast<std::uint32_t>(getpid());
+}
+
+bool OtherThreadsRun() noexcept {
+  DIR* tasks = opendir("/proc/self/task");
+  if (tasks == nullptr) return true;
+  int threads = 0;
+  while (const dirent* entry = readdir(tasks)) {
+    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) ++threads;
+  }
+  closedir(tasks);
+  return threads != 1;
 }
 
 }  // namespace zq::os

@@ -21,6 +21,11 @@ namespace zq::os {
 // The path of the running program's executable; empty when it is unknown.
 std::string ExecutablePath();
 
+// Whether this process runs any thread but the calling one; true when the
+// system cannot tell (no /proc), since callers use it to decide whether
+// memory may be freed.
+bool OtherThreadsRun() noexcept;
+
 }  // namespace zq::os
 
 namespace zq::os {

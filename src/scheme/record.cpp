@@ -20,14 +20,11 @@ namespace {
 
 constexpr const char* kCategory = "ZqSysRecord";
 
-// One field of a record.
-struct FieldSlot {
-  std::uint32_t byteSize;  // the value's size in the buffer
-  std::uint32_t offset;
+// One field of a record: where it lies and its state.
+struct FieldSlot : FieldPlace {
   std::uint8_t set;
   std::uint8_t isNull;
   std::uint32_t length;  // of the value last written; never above byteSize
-  FieldType type;
 };
 
 std::uint64_t RoundUp(std::uint64_t value, std::uint32_t alignment) {
@@ -38,8 +35,8 @@ std::uint64_t RoundUp(std::uint64_t value, std::uint32_t alignment) {
 // alignment, and the record size at the next multiple of the largest one.
 // `slots` (one per field) receives each field's type, size and offset when
 // it is not null.
-std::uint32_t LayOut(const CZqDBRecord& table, FieldSlot* slots,
-                     std::uint32_t& recordSize) noexcept {
+template <class Slot>
+std::uint32_t LayOut(const CZqDBRecord& table, Slot* slots, std::uint32_t& recordSize) noexcept {
   std::uint64_t offset = 0;
   std::uint32_t largest = 1;
   const auto& fields = table.Fields();
@@ -54,7 +51,9 @@ std::uint32_t LayOut(const CZqDBRecord& table, FieldSlot* slots,
     offset = RoundUp(offset, alignment);
     // Field sizes are 32-bit, so checking each offset keeps the sum in range.
     if (offset > UINT32_MAX) return ZQ_RETURN_ZQERR(ZQERR_COMMON_OVERFLOW);
-    if (slots != nullptr) slots[i] = {bytes, static_cast<std::uint32_t>(offset), 0, 0, 0, type};
+    if (slots != nullptr) {
+      static_cast<FieldPlace&>(slots[i]) = {bytes, static_cast<std::uint32_t>(offset), type};
+    }
     offset += bytes;
     if (alignment > largest) largest = alignment;
   }
@@ -402,10 +401,14 @@ std::uint32_t CopyEachField(CRecord& source, Put&& put) noexcept {
 }  // namespace
 
 std::uint32_t RecordSizeOf(HZQDBTABLE table, std::uint32_t& size) noexcept {
+  return LayOutFields(table, nullptr, size);
+}
+
+std::uint32_t LayOutFields(HZQDBTABLE table, FieldPlace* places, std::uint32_t& size) noexcept {
   const CZqDBRecord& scheme = *CZqDBRecord::From(table);
   std::uint32_t count = 0;
   if (const std::uint32_t rc = FieldCountOf(scheme, count)) return rc;
-  return LayOut(scheme, nullptr, size);
+  return LayOut(scheme, places, size);
 }
 
 std::uint32_t CreateInMemoryRecord(HZQDBTABLE table, void** fields, std::uint32_t* size,

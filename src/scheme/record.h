@@ -21,6 +21,13 @@ struct FieldType {
   std::uint32_t precision;
 };
 
+// Where a field lies in the native structure of its table scheme.
+struct FieldPlace {
+  std::uint32_t byteSize;  // the value's size in the structure
+  std::uint32_t offset;
+  FieldType type;
+};
+
 // The record interface. Its slot order is fixed for every user of a record
 // inside the platform: 0 destroy, 1 add a reference, 2 release, 3 field
 // count, 4 set-field count, 5 read by position, 6 read by name, 13 the table
@@ -68,6 +75,9 @@ class CRecord {
 // The record size of a table scheme's layout. 0x8007 (DB:EMPTY_SHEME) for a
 // scheme without fields.
 std::uint32_t RecordSizeOf(HZQDBTABLE table, std::uint32_t& size) noexcept;
+// The same, and each field's place into `places` (one per field) when it is
+// not null.
+std::uint32_t LayOutFields(HZQDBTABLE table, FieldPlace* places, std::uint32_t& size) noexcept;
 
 // A new in-memory record with one reference; see ZqRecordCreateInMemoryEx
 // for `fields`, `size` and `buffer`. `record` is set only on success.

@@ -4,9 +4,12 @@
 // number.
 #include <cstdint>
 
+#include "common/error_site.h"
 #include "log/log_site.h"
+#include "msg/binary_objects.h"
 #include "scheme/record.h"
 #include "scheme/scheme_objects.h"
+#include "scheme/struct_stream.h"
 #include "zqsys/zqerr.h"
 #include "zqsys/zqlog.h"
 #include "zqsys/zqrecord.h"
@@ -334,6 +337,20 @@ ZQ_API uint32_t ZqRecordBlindCopyRecord(HZQRECORD destination, HZQRECORD source)
 ZQ_API uint32_t ZqRecordCopyRecord(HZQRECORD destination, HZQRECORD source) {
   if (destination == nullptr || source == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::scheme::CopyRecord(*CRecord::From(destination), *CRecord::From(source));
+}
+
+// ---- Streams ----
+
+ZQ_API uint32_t ZqSysComposeFromRecord(HZQRECORD record, HZQCOMPOSER stream) {
+  if (record == nullptr || stream == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return ZQ_RETURN_ZQERR(zq::scheme::ComposeRecord(
+      zq::msg::CBinaryComposer::From(stream)->Context(), *CRecord::From(record)));
+}
+
+ZQ_API uint32_t ZqSysParseToRecord(HZQPARSER stream, HZQRECORD record) {
+  if (stream == nullptr || record == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return ZQ_RETURN_ZQERR(zq::scheme::ParseRecord(zq::msg::CBinaryParser::From(stream)->Context(),
+                                                 *CRecord::From(record)));
 }
 
 }  // extern "C"

@@ -6,7 +6,9 @@
 #include "common/error_site.h"
 #include "common/sized_text.h"
 #include "log/log_site.h"
+#include "msg/binary_objects.h"
 #include "os/edge.h"
+#include "scheme/scheme_block.h"
 #include "scheme/scheme_ini.h"
 #include "scheme/scheme_objects.h"
 #include "scheme/sql_text.h"
@@ -367,6 +369,57 @@ ZQ_API uint32_t DumpTableScheme(HZQDBTABLE table, uint32_t indent) {
     zq::scheme::DumpTable(*CZqDBRecord::From(table), indent);
     return 0u;
   });
+}
+
+// ---- Blocks and comparisons ----
+
+ZQ_API uint32_t ZqSchemeSaveSchemeToBlock(HZQDBSCHEME scheme, void* buffer, uint32_t* size) {
+  if (scheme == nullptr || size == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  const CZqDBScheme& s = *CZqDBScheme::From(scheme);
+  ZQCOMPOSECTX measure{};
+  measure.measureOnly = 1;
+  if (const uint32_t rc = zs::ComposeSchemeBlock(measure, s)) return ZQ_RETURN_ZQERR(rc);
+  const uint32_t capacity = *size;
+  *size = measure.size;
+  if (buffer == nullptr || capacity < measure.size) return ZQERR_COMMON_BUFFER_TOO_SMALL;
+  // It fits, so the writer never grows (or frees) the caller's buffer.
+  ZQCOMPOSECTX ctx{static_cast<uint8_t*>(buffer), 0, measure.size, 0};
+  return ZQ_RETURN_ZQERR(zs::ComposeSchemeBlock(ctx, s));
+}
+
+ZQ_API uint32_t ZqSchemeSaveSchemeToBlock2(HZQDBSCHEME scheme, HZQCOMPOSER composer) {
+  if (scheme == nullptr || composer == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return ZQ_RETURN_ZQERR(zs::ComposeSchemeBlock(zq::msg::CBinaryComposer::From(composer)->Context(),
+                                                *CZqDBScheme::From(scheme)));
+}
+
+ZQ_API uint32_t ZqSchemeCreateSchemeFromBlock(const void* block, uint32_t size, HZQDBSCHEME* scheme,
+                                              uint32_t* used) {
+  if ((block == nullptr && size != 0) || scheme == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return Guarded([&] {
+    CZqDBScheme* made = nullptr;
+    uint32_t consumed = 0;
+    if (const uint32_t rc =
+            zs::LoadSchemeBlock(static_cast<const uint8_t*>(block), size, made, consumed)) {
+      return ZQ_RETURN_ZQERR(rc);
+    }
+    if (used != nullptr) *used = consumed;
+    *scheme = made->Handle();
+    return 0u;
+  });
+}
+
+ZQ_API uint32_t ZqSchemeEqualSchemes(HZQDBSCHEME first, HZQDBSCHEME second, uint32_t* equal) {
+  if (first == nullptr || second == nullptr || equal == nullptr)
+    return ZQERR_COMMON_WRONG_ARGUMENTS;
+  *equal = zs::EqualSchemes(*CZqDBScheme::From(first), *CZqDBScheme::From(second)) ? 1 : 0;
+  return 0;
+}
+
+ZQ_API uint32_t ZqDBIsSchemeSubset(HZQDBSCHEME part, HZQDBSCHEME whole, uint32_t* subset) {
+  if (part == nullptr || whole == nullptr || subset == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  *subset = zs::IsSchemeSubset(*CZqDBScheme::From(part), *CZqDBScheme::From(whole)) ? 1 : 0;
+  return 0;
 }
 
 // ---- INI descriptions ----

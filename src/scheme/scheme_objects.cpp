@@ -253,10 +253,7 @@ std::uint32_t CZqDBRecord::AddFieldLine(const char* value) {
     }
     field->SetSource(source.substr(0, point), source.substr(point + 1));
   }
-  // A repeated name is appended again; lookups by name find the first.
-  fields_.reserve(fields_.size() + 1);
-  fieldByName_.emplace(String(field->Name().View()), static_cast<std::uint32_t>(fields_.size()));
-  fields_.push_back(std::move(field));
+  AppendField(std::move(field));
   return 0;
 }
 
@@ -327,8 +324,8 @@ std::uint32_t CZqDBScheme::Add(CZqDBRecord* table) {
                                                                        : nullptr;
   if (positions == nullptr) return ZQERR_DB_WRONG_ITEM_TYPE;
   // Room first, so that a failure leaves both lists as they were.
-  positions->reserve(positions->size() + 1);
-  items_.reserve(items_.size() + 1);
+  ReserveOneMore(*positions);
+  ReserveOneMore(items_);
   positions->push_back(static_cast<std::uint32_t>(items_.size()));
   items_.push_back(Share(table));
   return 0;

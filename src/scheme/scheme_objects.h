@@ -16,6 +16,7 @@
 #include "common/ref_counted.h"
 #include "os/memory.h"
 #include "scheme/live_counts.h"
+#include "zqsys/zqerr.h"
 #include "zqsys/zqscheme.h"
 
 namespace zq::scheme {
@@ -33,6 +34,13 @@ template <class T>
 CRef<T> Share(T* object) noexcept {
   object->AddRef();
   return CRef<T>(object);
+}
+
+// Room for one more element, growing geometrically so that n appends cost
+// linear time; after it a push_back cannot fail.
+template <class T>
+void ReserveOneMore(Vector<T>& vector) {
+  if (vector.size() == vector.capacity()) vector.reserve(2 * vector.size() + 1);
 }
 
 // A name the exported functions accept: not null, not empty.
@@ -128,6 +136,20 @@ class CZqDBIndex final : public common::CRefCounted {
   bool Unique() const noexcept { return unique_ != 0; }
   const Vector<Field>& Fields() const noexcept { return fields_; }
 
+  // An index without fields, for loaders that have the parts parsed; 7 for
+  // a name of 64 characters or more, 1 when memory runs out.
+  static std::uint32_t Create(std::string_view name, std::string_view table, bool unique,
+                              CRef<CZqDBIndex>* out) noexcept {
+    CRef<CZqDBIndex> index(os::NewObject<CZqDBIndex>());
+    if (!index) return ZQERR_COMMON_NO_MEMORY;
+    if (const std::uint32_t rc = index->name_.Set(name)) return rc;
+    if (const std::uint32_t rc = index->table_.Set(table)) return rc;
+    index->unique_ = unique ? 1 : 0;
+    *out = std::move(index);
+    return 0;
+  }
+  void AppendField(const Field& field) { fields_.push_back(field); }
+
   CZqDBIndex() = default;
 
  private:
@@ -174,6 +196,28 @@ class CZqDBRecord final : public common::CRefCounted {
   // for a repeated field name, an index naming no field, or a primary key
   // naming no index. Each fault is logged.
   std::uint32_t Check() const;
+
+  // Builders for loaders that have the parts parsed; each leaves the table
+  // unchanged on failure. A repeated field name is appended again; lookups
+  // by name find the first.
+  void AppendField(CRef<CZqDBTypedEntry> field) {
+    ReserveOneMore(fields_);
+    const auto position = static_cast<std::uint32_t>(fields_.size());
+    fieldByName_.emplace(String(field->Name().View()), position);
+    fields_.push_back(std::move(field));
+  }
+  void AppendIndex(CRef<CZqDBIndex> index) { indexes_.push_back(std::move(index)); }
+  // 7 for a name of 64 characters or more.
+  std::uint32_t SetPrimary(std::string_view table, std::string_view key) noexcept {
+    CName checkedTable;
+    if (const std::uint32_t rc = checkedTable.Set(table)) return rc;
+    if (const std::uint32_t rc = primaryKey_.Set(key)) return rc;
+    primaryTable_ = checkedTable;
+    return 0;
+  }
+  void SetCustom(std::string_view key, std::string_view value) {
+    custom_.insert_or_assign(String(key), String(value));
+  }
 
   CZqDBRecord() = default;
 

@@ -103,4 +103,32 @@ std::uint32_t DecimalToInt64(const void* value, std::int64_t& number) noexcept;
 // may differ.
 std::uint32_t CompareDecimals(const void* a, const void* b, std::int32_t& result) noexcept;
 
+// The arithmetic, rescaling and conversion functions below write a result
+// that already carries its type, rounded by a mode of decimal_limbs.h
+// (kRoundHalfUp ...). ZQERR_COMMON_WRONG_ARGUMENTS for an invalid operand,
+// a result without a valid type or an unknown mode; ZQERR_COMMON_OVERFLOW
+// when the rounded result does not fit. On failure the result is unchanged;
+// the result may share its bytes with an operand.
+
+enum class DecimalOperation { kAdd, kSubtract, kMultiply, kDivide };
+
+// a op b; ZQERR_VM_VAR_ZERO for a division by zero.
+std::uint32_t CalculateDecimal(DecimalOperation operation, void* result, const void* a,
+                               const void* b, std::uint32_t mode) noexcept;
+
+// value converted to the type of result.
+std::uint32_t RescaleDecimal(void* result, const void* value, std::uint32_t mode) noexcept;
+
+// The value rounded in place to `digits` fraction digits, keeping its type.
+std::uint32_t RoundDecimal(void* value, std::uint32_t digits, std::uint32_t mode) noexcept;
+
+// The nearest double, ties to even.
+std::uint32_t DecimalToDouble(const void* value, double& number) noexcept;
+
+// The exact binary value of a finite double, rounded to the value's scale.
+std::uint32_t DecimalFromDouble(void* value, double number, std::uint32_t mode) noexcept;
+
+// A hash of the number, the same for equal numbers of any types.
+std::uint32_t HashDecimal(const void* value, std::uint64_t& hash) noexcept;
+
 }  // namespace zq::time

@@ -1,6 +1,7 @@
 // The exported functions of the decimal value family.
 #include "os/edge.h"
 #include "time/decimal.h"
+#include "time/decimal_limbs.h"
 #include "zqsys/zqbcd.h"
 #include "zqsys/zqerr.h"
 
@@ -9,6 +10,23 @@ static_assert(ZQBCDII_SIZE(26, 2) == zq::time::DecimalSize(26, 2));
 static_assert(ZQBCDII_SIZE(255, 127) == zq::time::DecimalSize(255, 127));
 static_assert(ZQBCDII_SIGN_NEGATIVE == zq::time::kDecimalSignNegativeOnly);
 static_assert(ZQBCDII_SIGN_ALWAYS == zq::time::kDecimalSignAlways);
+static_assert(ZQBCDII_ROUND_HALF_UP == zq::time::kRoundHalfUp);
+static_assert(ZQBCDII_ROUND_HALF_EVEN == zq::time::kRoundHalfEven);
+static_assert(ZQBCDII_ROUND_DOWN == zq::time::kRoundDown);
+static_assert(ZQBCDII_ROUND_UP == zq::time::kRoundUp);
+static_assert(ZQBCDII_ROUND_CEILING == zq::time::kRoundCeiling);
+static_assert(ZQBCDII_ROUND_FLOOR == zq::time::kRoundFloor);
+
+namespace {
+
+uint32_t Calculate(zq::time::DecimalOperation operation, ZQBCDII* result, const ZQBCDII* a,
+                   const ZQBCDII* b, uint32_t roundMode) {
+  if (result == nullptr || a == nullptr || b == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return zq::Guarded(
+      [&] { return zq::time::CalculateDecimal(operation, result, a, b, roundMode); });
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -82,6 +100,51 @@ ZQ_API uint32_t ZqBCDIIToInt64(const ZQBCDII* value, int64_t* number) {
 ZQ_API uint32_t ZqBCDIICompare(const ZQBCDII* a, const ZQBCDII* b, int32_t* result) {
   if (a == nullptr || b == nullptr || result == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
   return zq::Guarded([&] { return zq::time::CompareDecimals(a, b, *result); });
+}
+
+ZQ_API uint32_t ZqBCDIIAdd(ZQBCDII* result, const ZQBCDII* a, const ZQBCDII* b,
+                           uint32_t roundMode) {
+  return Calculate(zq::time::DecimalOperation::kAdd, result, a, b, roundMode);
+}
+
+ZQ_API uint32_t ZqBCDIISubtract(ZQBCDII* result, const ZQBCDII* a, const ZQBCDII* b,
+                                uint32_t roundMode) {
+  return Calculate(zq::time::DecimalOperation::kSubtract, result, a, b, roundMode);
+}
+
+ZQ_API uint32_t ZqBCDIIMultiply(ZQBCDII* result, const ZQBCDII* a, const ZQBCDII* b,
+                                uint32_t roundMode) {
+  return Calculate(zq::time::DecimalOperation::kMultiply, result, a, b, roundMode);
+}
+
+ZQ_API uint32_t ZqBCDIIDivide(ZQBCDII* result, const ZQBCDII* a, const ZQBCDII* b,
+                              uint32_t roundMode) {
+  return Calculate(zq::time::DecimalOperation::kDivide, result, a, b, roundMode);
+}
+
+ZQ_API uint32_t ZqBCDIIRescale(ZQBCDII* result, const ZQBCDII* value, uint32_t roundMode) {
+  if (result == nullptr || value == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return zq::Guarded([&] { return zq::time::RescaleDecimal(result, value, roundMode); });
+}
+
+ZQ_API uint32_t ZqBCDIIRound(ZQBCDII* value, uint32_t digits, uint32_t roundMode) {
+  if (value == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return zq::Guarded([&] { return zq::time::RoundDecimal(value, digits, roundMode); });
+}
+
+ZQ_API uint32_t ZqBCDIIToDouble(const ZQBCDII* value, double* number) {
+  if (value == nullptr || number == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return zq::Guarded([&] { return zq::time::DecimalToDouble(value, *number); });
+}
+
+ZQ_API uint32_t ZqBCDIIFromDouble(ZQBCDII* value, double number, uint32_t roundMode) {
+  if (value == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return zq::Guarded([&] { return zq::time::DecimalFromDouble(value, number, roundMode); });
+}
+
+ZQ_API uint32_t ZqBCDIIHash(const ZQBCDII* value, uint64_t* hash) {
+  if (value == nullptr || hash == nullptr) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  return zq::Guarded([&] { return zq::time::HashDecimal(value, *hash); });
 }
 
 }  // extern "C"

@@ -1,4 +1,5 @@
-// Decimal values: unpacking with validation, packing, integers and comparison.
+// Decimal values: unpacking with validation, packing, integers, comparison
+// and hashing.
 #include <algorithm>
 #include <cstdint>
 
@@ -33,38 +34,46 @@ bool UnpackDecimal(const void* value, DecimalDigits& out) noexcept {
   const std::uint32_t precision = bytes[1];
   const std::uint32_t scale = bytes[0] & 0x7Fu;
   if (!IsDecimalType(precision, scale)) return false;
-  const std::uint32_t nibbles = NibbleCount(precision, scale);
-  const std::uint32_t padding = nibbles - precision;
-  bool nonzero = false;
-  for (std::uint32_t i = 0; i < nibbles; ++i) {
-    const std::uint8_t byte = bytes[2 + i / 2];
-    const std::uint8_t nibble = (i % 2 == 0) ? byte >> 4 : byte & 0x0F;
-    if (i < padding) {
-      if (nibble != 0) return false;
-      continue;
-    }
-    if (nibble > 9) return false;
-    out.digits[i - padding] = nibble;
-    nonzero = nonzero || nibble != 0;
+  // Padding is 0, 1 or 2 nibbles; after it an even number of digits
+  // remains, two per byte.
+  const std::uint32_t padding = NibbleCount(precision, scale) - precision;
+  const std::uint8_t* packed = bytes + 2;
+  std::uint8_t* digit = out.digits;
+  std::uint32_t any = 0;
+  if (padding == 2 && *packed++ != 0) return false;
+  if (padding == 1) {
+    if (*packed > 9) return false;
+    any = *digit++ = *packed++;
+  }
+  bool bad = false;
+  for (std::uint8_t* const end = out.digits + precision; digit != end; digit += 2) {
+    const std::uint8_t byte = *packed++;
+    digit[0] = byte >> 4;
+    digit[1] = byte & 0x0F;
+    bad |= (digit[0] > 9) | (digit[1] > 9);
+    any |= byte;
   }
   out.precision = precision;
   out.scale = scale;
   out.negative = (bytes[0] & kDecimalSignBit) != 0;
-  return nonzero || !out.negative;
+  return !bad && (any != 0 || !out.negative);
 }
 
 void PackDecimal(const DecimalDigits& in, void* value) noexcept {
   auto* bytes = static_cast<std::uint8_t*>(value);
-  SetDecimalZero(value, in.precision, in.scale);
   const std::uint32_t padding = NibbleCount(in.precision, in.scale) - in.precision;
-  bool nonzero = false;
-  for (std::uint32_t i = 0; i < in.precision; ++i) {
-    const std::uint32_t nibble = padding + i;
-    const std::uint8_t digit = in.digits[i];
-    nonzero = nonzero || digit != 0;
-    bytes[2 + nibble / 2] |= static_cast<std::uint8_t>(nibble % 2 == 0 ? digit << 4 : digit);
+  std::uint8_t* packed = bytes + 2;
+  const std::uint8_t* digit = in.digits;
+  std::uint32_t any = 0;
+  if (padding == 2) *packed++ = 0;
+  if (padding == 1) any = *packed++ = *digit++;
+  for (const std::uint8_t* const end = in.digits + in.precision; digit != end; digit += 2) {
+    *packed = static_cast<std::uint8_t>(digit[0] << 4 | digit[1]);
+    any |= *packed++;
   }
-  if (in.negative && nonzero) bytes[0] |= kDecimalSignBit;
+  bytes[0] = static_cast<std::uint8_t>(in.scale);
+  bytes[1] = static_cast<std::uint8_t>(in.precision);
+  if (in.negative && any != 0) bytes[0] |= kDecimalSignBit;
 }
 
 std::uint32_t DecimalFromInt64(void* value, std::int64_t number) noexcept {
@@ -123,6 +132,31 @@ std::uint32_t CompareDecimals(const void* a, const void* b, std::int32_t& result
     if (x != y) magnitude = x < y ? -1 : 1;
   }
   result = left.negative ? -magnitude : magnitude;
+  return ZQERR_COMMON_OK;
+}
+
+std::uint32_t HashDecimal(const void* value, std::uint64_t& hash) noexcept {
+  DecimalDigits d;
+  if (!UnpackDecimal(value, d)) return ZQERR_COMMON_WRONG_ARGUMENTS;
+  // The sign, the power of ten of the last significant digit and the
+  // significant digits: leading and trailing zeros, and with them the type,
+  // leave no trace. FNV-1a over those bytes.
+  std::uint32_t first = 0;
+  while (first < d.precision && d.digits[first] == 0)
+    ++first;
+  std::uint32_t end = d.precision;
+  while (end > first && d.digits[end - 1] == 0)
+    --end;
+  const std::int32_t exponent =
+      first == end ? 0 : static_cast<std::int32_t>(d.precision - d.scale - end);
+  std::uint64_t h = 14695981039346656037u;
+  const auto mix = [&h](std::uint32_t byte) { h = (h ^ (byte & 0xFFu)) * 1099511628211u; };
+  mix(d.negative ? 1 : 0);
+  for (std::uint32_t shift = 0; shift < 32; shift += 8)
+    mix(static_cast<std::uint32_t>(exponent) >> shift);
+  for (std::uint32_t i = first; i < end; ++i)
+    mix(d.digits[i]);
+  hash = h;
   return ZQERR_COMMON_OK;
 }
 

@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -87,6 +88,103 @@ TEST_F(IniFile, FailedStepsLeaveTheOldFile) {
   }
   EXPECT_EQ(ZqIniCustWriteStr(handle_, "s", "k", "new"), 0u);
   EXPECT_EQ(Get(file_), "[s]\nk=new\n");
+}
+
+// Only regular files are read or replaced. Opens name what they found; a
+// handle whose path turned into something else reads defaults and fails its
+// writes, and leaves that thing as it was.
+TEST_F(IniFile, OnlyRegularFilesAreUsed) {
+  const std::string fifo = Path("fifo.ini"), zero = Path("zero.ini"), loop = Path("loop.ini");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+  // Held open for writing, so that an open for reading does not wait.
+  const int fifoWriter = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+  std::filesystem::create_directory(Path("dir.ini"));
+  std::filesystem::create_symlink(loop, loop);
+  const bool devices = zqtest::MakeCharDevice(zero, 5);
+  const struct {
+    std::string path;
+    uint32_t rc;
+  } cases[] = {
+      {fifo, ZQERR_COMMON_NOT_SUPPORTED},           {Path("dir.ini"), ZQERR_COMMON_NOT_SUPPORTED},
+      {zero, ZQERR_COMMON_NOT_SUPPORTED},           {loop, ZQERR_COMMON_SYSCALL_FAILED},
+      {Path("none.ini"), ZQERR_INI_FILE_NOT_FOUND},
+  };
+  for (const auto& c : cases) {
+    if (c.path == zero && !devices) continue;
+    SCOPED_TRACE(c.path);
+    uint32_t other = 0;
+    EXPECT_EQ(ZqIniCustOpen(&other, c.path.c_str()), c.rc);
+    ZqIniCustClose(other);
+  }
+  ZqIniSetOpt(ZQINI_OPT_CREATE_MISSING);
+  uint32_t other = 0;
+  EXPECT_EQ(ZqIniCustOpen(&other, fifo.c_str()), uint32_t{ZQERR_COMMON_NOT_SUPPORTED});
+  ZqIniSetOpt(0);
+
+  // The path of an open handle now names a FIFO, then a device.
+  std::filesystem::rename(fifo, file_);
+  EXPECT_EQ(Value(), "-");
+  EXPECT_EQ(ZqIniCustWriteStr(handle_, "s", "k", "new"), uint32_t{ZQERR_INI_WRITE_ERROR});
+  EXPECT_TRUE(std::filesystem::is_fifo(file_));
+  close(fifoWriter);
+  if (!devices) GTEST_SKIP() << "no private device nodes here";
+  std::filesystem::remove(file_);
+  ASSERT_TRUE(zqtest::MakeCharDevice(file_, 3));
+  EXPECT_EQ(Value(), "-");
+  EXPECT_EQ(ZqIniCustWriteStr(handle_, "s", "k", "new"), uint32_t{ZQERR_INI_WRITE_ERROR});
+  EXPECT_TRUE(std::filesystem::is_character_file(file_));
+}
+
+// Temporary files of writers that died are removed by the next write;
+// nothing else beside the file is touched.
+TEST_F(IniFile, NextWriteRemovesStaleTemporaryFiles) {
+  for (const char* name : {".f.ini.Ab12Cd", ".f.ini.zzzzzz"})
+    Put(Path(name), "[s]\nk=half");
+  const char* kept[] = {".f.ini.toolong1", ".f.ini.ab-12c", ".g.ini.Ab12Cd", ".f.ini.dir123",
+                        ".f.ini.lnk123"};
+  for (const char* name : {kept[0], kept[1], kept[2]})
+    Put(Path(name), "x");
+  std::filesystem::create_directory(Path(kept[3]));
+  std::filesystem::create_symlink(file_, Path(kept[4]));
+
+  ASSERT_EQ(ZqIniCustWriteStr(handle_, "s", "k", "new"), 0u);
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir_))
+    names.insert(entry.path().filename().string());
+  std::set<std::string> expected(std::begin(kept), std::end(kept));
+  expected.insert("f.ini");
+  EXPECT_EQ(names, expected);
+}
+
+// The bytes malloc has handed out and not had back.
+std::size_t HeapInUse() {
+  return mallinfo2().uordblks;
+}
+
+// A file's parsed form goes with the last handle on it, and so does the
+// table's note of a path that no handle uses.
+TEST_F(IniFile, ClosedFilesAreReleased) {
+  std::string big = "[s]\n";
+  for (int k = 0; big.size() < (8u << 20); ++k)
+    big += "key" + std::to_string(k) + "=some value of a line\n";
+  Put(Path("big.ini"), big);
+  const std::size_t before = HeapInUse();
+  uint32_t handle = 0;
+  ASSERT_EQ(ZqIniCustOpen(&handle, Path("big.ini").c_str()), 0u);
+  EXPECT_EQ(ZqIniCustGetInt(handle, "s", "nothing", 7), 7);
+  if (HeapInUse() < before + big.size()) {
+    ZqIniCustClose(handle);
+    GTEST_SKIP() << "this allocator is not seen through mallinfo2";
+  }
+  ZqIniCustClose(handle);
+  EXPECT_LT(HeapInUse(), before + big.size() / 8);
+
+  const std::size_t afterBig = HeapInUse();
+  for (int i = 0; i < 5000; ++i) {
+    const std::string path = Path("gone" + std::to_string(i) + "-with-a-longer-name.ini");
+    EXPECT_EQ(ZqIniCustOpen(&handle, path.c_str()), uint32_t{ZQERR_INI_FILE_NOT_FOUND});
+  }
+  EXPECT_LT(HeapInUse(), afterBig + 64 * 1024);
 }
 
 // Forks `count` writers running `body(index)`; each exits 0 on success.

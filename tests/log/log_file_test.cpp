@@ -1,4 +1,10 @@
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "log/log.h"
 #include "log_test_util.h"
@@ -63,6 +69,116 @@ TEST_F(LogFiles, RotationKeepsDepthFilesOverFourOpens) {
   EXPECT_EQ(File("app.1.txt"), ";;;run 3\n");
   EXPECT_EQ(File("app.2.txt"), ";;;run 2\n");
   EXPECT_FALSE(std::filesystem::exists(dir_ / "app.3.txt"));
+}
+
+// Only regular files are rotated; a device node is written as it is
+// (logfile=/dev/null switches the copy off), and a FIFO, or a link planted
+// under the log's name, is refused and named on the system log.
+TEST_F(LogFiles, FilesThatAreNotRegular) {
+  const auto open = [&](const std::string& name, const std::string& more = "") {
+    Settings("logfile=" + (dir_ / name).string() + "\nlogtime=0\n" + more);
+    uint32_t log = 0;
+    EXPECT_EQ(Open(log), 0u);
+    ZqLogCust(log, "line");
+    Close(log);
+  };
+  const auto cannotOpen = [&](const std::string& name) {
+    return !zqtest::g_syslog.empty() &&
+           zqtest::g_syslog.back().message.find("Couldn't open log file") != std::string::npos &&
+           zqtest::g_syslog.back().message.find(name) != std::string::npos;
+  };
+  ASSERT_EQ(mkfifo((dir_ / "fifo").c_str(), 0644), 0);
+  open("fifo");
+  EXPECT_TRUE(std::filesystem::is_fifo(dir_ / "fifo"));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "fifo.1"));
+  EXPECT_TRUE(cannotOpen("fifo"));
+
+  std::filesystem::create_symlink(dir_ / "victim", dir_ / "app.20080307.txt");
+  std::filesystem::create_symlink(dir_ / "victim", dir_ / "link.txt");
+  open("app.txt", "logfileperday=1\n");
+  EXPECT_TRUE(cannotOpen("app.20080307.txt"));
+  open("link.txt");
+  EXPECT_TRUE(std::filesystem::is_symlink(dir_ / "link.txt"));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "link.1.txt"));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "victim"));
+
+  if (!zqtest::MakeCharDevice((dir_ / "null").string(), 3)) {
+    GTEST_SKIP() << "no private device nodes here";
+  }
+  zqtest::g_syslog.clear();
+  for (int round = 0; round < 2; ++round)
+    open("null");
+  EXPECT_TRUE(std::filesystem::is_character_file(dir_ / "null"));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "null.1"));
+  EXPECT_TRUE(zqtest::g_syslog.empty());
+}
+
+// A log that another log, here or in another process, still writes is not
+// rotated: the new one appends to it, and no line is lost.
+TEST_F(LogFiles, RotationSparesLiveWriters) {
+  const uint32_t first = OpenLog("logtime=0\n");
+  ZqLogCust(first, "first 1");
+  int ready[2], go[2];
+  ASSERT_EQ(pipe(ready), 0);
+  ASSERT_EQ(pipe(go), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    uint32_t log = 0;
+    char byte = 0;
+    const bool ok = ZqLogCustOpenEx(&log, nullptr, ini_) == 0 && ZqLogCust(log, "child 1") == 0 &&
+                    ZqLogCustFlush(log) == 0 && write(ready[1], "r", 1) == 1 &&
+                    read(go[0], &byte, 1) == 1 && ZqLogCust(log, "child 2") == 0;
+    ZqLogCustClose(log);
+    _exit(ok ? 0 : 1);
+  }
+  char byte = 0;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  for (int round = 0; round < 3; ++round) {
+    uint32_t other = 0;
+    ASSERT_EQ(Open(other), 0u);
+    ZqLogCust(other, "other %d", round);
+    Close(other);
+  }
+  ZqLogCust(first, "first 2");
+  ASSERT_EQ(write(go[1], "g", 1), 1);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  for (const int fd : {ready[0], ready[1], go[0], go[1]})
+    close(fd);
+  Close(first);
+  const std::string text = File("app.txt");
+  for (const char* line : {"first 1", "first 2", "child 1", "child 2", "other 0", "other 2"})
+    EXPECT_NE(text.find(line), std::string::npos) << line;
+}
+
+// A log file deleted, or moved away by another program, is made again by
+// a line written a second later.
+TEST_F(LogFiles, DeletedOrMovedFileIsMadeAgain) {
+  for (const bool moved : {false, true}) {
+    SCOPED_TRACE(moved ? "moved" : "deleted");
+    const uint32_t log = OpenLog("logtime=0\nlogfilecache=0\n");
+    ZqLogCust(log, "before");
+    if (moved) {
+      std::filesystem::rename(dir_ / "app.txt", dir_ / "app.txt.old");
+    } else {
+      std::filesystem::remove(dir_ / "app.txt");
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    int line = 0;
+    while (!std::filesystem::exists(dir_ / "app.txt") &&
+           std::chrono::steady_clock::now() < deadline) {
+      ZqLogCust(log, "after %d", line++);
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    ZqLogCust(log, "last");
+    Close(log);
+    EXPECT_NE(File("app.txt").find(";;;last\n"), std::string::npos);
+    if (moved) {
+      EXPECT_EQ(File("app.txt.old").find(";;;before\n"), 0u);
+    }
+    std::filesystem::remove(dir_ / "app.txt");
+  }
 }
 
 TEST_F(LogFiles, SettingsAreChecked) {

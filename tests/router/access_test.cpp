@@ -149,6 +149,22 @@ TEST_F(RouterTest, AdministratorsComeWithTheStatusAndSighupReloadsThem) {
   EXPECT_EQ(ZqMQIsAdmin("bob", conn.handle), 0u);
 }
 
+TEST_F(RouterTest, IdleLimitDropsSilentClientsButNotThoseTakingMessages) {
+  StartRouter("idle_limit_ms=600\n");
+  Conn silent, busy;
+  ASSERT_EQ(Connect(silent, "silent"), 0u);
+  ASSERT_EQ(Connect(busy, "busy"), 0u);
+  {
+    // Taking messages answers the router's ping at half the limit.
+    Responder taking(busy.handle);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  }
+  EXPECT_EQ(Post(busy, "busy", "still here"), 0u);
+  EXPECT_NE(Post(silent, "busy", "too late"), 0u);
+  EXPECT_NE(router_->Log().find("stayed silent past the idle limit;app 'silent'"),
+            std::string::npos);
+}
+
 TEST_F(RouterTest, StopsCleanlyOnSigintAndRefusesPastItsConnectionLimit) {
   StartRouter("max_connections=2\n");
   Conn a, b, c;

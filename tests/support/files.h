@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <filesystem>
 #include <string>
@@ -37,6 +39,13 @@ class ScratchDir {
  private:
   std::filesystem::path path_;
 };
+
+// A private character device node at `path` with the numbers of the null
+// (1, 3) or zero (1, 5) device; false where this process may not make one
+// (the test then skips that case). Tests never touch the machine's /dev.
+inline bool MakeCharDevice(const std::string& path, unsigned minor) {
+  return mknod(path.c_str(), S_IFCHR | 0666, makedev(1, minor)) == 0;
+}
 
 // A data file of tests/fixtures/.
 inline std::string FixturePath(const std::string& name) {

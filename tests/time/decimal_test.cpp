@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <limits>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,6 +42,24 @@ std::string Text(const Value& v, std::int32_t precision = -1, std::uint32_t sign
   EXPECT_EQ(size, std::char_traits<char>::length(buffer) + 1);
   return buffer;
 }
+
+// A value whose type the text shows: its digits and those after the point.
+Value Lit(const std::string& text) {
+  const auto digits = static_cast<std::uint32_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }));
+  const auto point = text.find('.');
+  const auto scale =
+      point == std::string::npos
+          ? 0u
+          : static_cast<std::uint32_t>(digits) - static_cast<std::uint32_t>(std::count_if(
+                                                     text.begin(), text.begin() + point,
+                                                     [](char c) { return c >= '0' && c <= '9'; }));
+  return Make(std::max(digits, 1u), scale, text.c_str());
+}
+
+constexpr std::uint32_t kHalfUp = ZQBCDII_ROUND_HALF_UP, kHalfEven = ZQBCDII_ROUND_HALF_EVEN,
+                        kDown = ZQBCDII_ROUND_DOWN, kUp = ZQBCDII_ROUND_UP,
+                        kCeiling = ZQBCDII_ROUND_CEILING, kFloor = ZQBCDII_ROUND_FLOOR;
 
 TEST(DecimalTest, InitWritesExactlyTheSizeOfTheType) {
   struct Case {
@@ -208,11 +228,20 @@ TEST(DecimalTest, InvalidStoredBytesAreRejected) {
     EXPECT_EQ(ZqBCDIIToStr(v.get(), buffer, &size), 2u) << c.what;
     EXPECT_EQ(ZqBCDIIToInt64(v.get(), &number), 2u) << c.what;
     EXPECT_EQ(ZqBCDIICompare(good.get(), v.get(), &order), 2u) << c.what;
+    Value result = good;
+    double real = 0;
+    std::uint64_t hash = 0;
+    EXPECT_EQ(ZqBCDIIDivide(result.get(), good.get(), v.get(), 0), 2u) << c.what;
+    EXPECT_EQ(ZqBCDIIRescale(result.get(), v.get(), 0), 2u) << c.what;
+    EXPECT_EQ(ZqBCDIIToDouble(v.get(), &real), 2u) << c.what;
+    EXPECT_EQ(ZqBCDIIHash(v.get(), &hash), 2u) << c.what;
+    EXPECT_EQ(result.Stored(), good.Stored()) << c.what;
     // Writers read only the type, so a valid header lets them repair the digits.
     EXPECT_EQ(ZqBCDIISetZero(v.get()), c.header_valid ? 0u : 2u) << c.what;
     if (c.header_valid) {
       EXPECT_EQ(Text(v).find_first_not_of("0."), std::string::npos) << c.what;
     }
+    EXPECT_EQ(ZqBCDIIAdd(v.get(), good.get(), good.get(), 0), c.header_valid ? 0u : 2u) << c.what;
   }
 }
 
@@ -285,6 +314,200 @@ TEST(DecimalTest, ToInt64TruncatesAndChecksTheRange) {
     EXPECT_EQ(ZqBCDIIToInt64(Make(c.p, c.s, c.text).get(), &number), c.rc) << c.text;
     EXPECT_EQ(number, c.rc == 0 ? c.expected : 42) << c.text;
   }
+}
+
+TEST(DecimalTest, ArithmeticRoundsTheExactResultOnce) {
+  const std::string n127(127, '9'), n254(254, '9'), n255(255, '9');
+  const std::string fraction = "0." + n127, tiny = "0." + std::string(126, '0') + "1";
+  struct Case {
+    char op;  // + - * /
+    std::string a, b;
+    std::uint32_t p, s, mode;
+    std::string expected;  // "#" and the code on failure, the result unchanged
+  } cases[] = {
+      {'/', "2", "3", 5, 2, kHalfUp, "0.67"},
+      {'/', "2", "3", 5, 2, kDown, "0.66"},
+      {'/', "-2", "3", 5, 2, kHalfEven, "-0.67"},
+      {'/', "-2", "3", 5, 2, kCeiling, "-0.66"},
+      {'/', "-2", "3", 5, 2, kFloor, "-0.67"},
+      {'/', "2", "-3", 5, 2, kUp, "-0.67"},
+      {'/', "1", "8", 3, 2, kHalfUp, "0.13"},
+      {'/', "1", "8", 3, 2, kHalfEven, "0.12"},
+      {'/', "3", "8", 3, 2, kHalfEven, "0.38"},
+      {'/', "-1", "8", 3, 2, kHalfEven, "-0.12"},
+      {'/', "1", "8", 3, 2, kCeiling, "0.13"},
+      {'/', "1", "3", 255, 127, kUp, "0." + std::string(126, '3') + "4"},
+      {'/', "1.00", "0.0001", 9, 0, kHalfUp, "10000"},
+      {'/', "0.5", "2000", 9, 4, kHalfEven, "0.0002"},
+      {'/', "0", "0", 5, 2, kHalfUp, "#53257"},
+      {'/', "1", "0.00", 5, 2, kHalfUp, "#53257"},
+      {'/', n255, tiny, 255, 0, kDown, "#14"},
+      // The quotient limb estimate of this pair is one too large.
+      {'/', "499999999499999999557888194500000001", "499999999999999999999999999", 20, 0, kDown,
+       "999999998"},
+      {'+', n254, "1", 255, 0, kHalfUp, "1" + std::string(254, '0')},
+      {'+', n255, "1", 255, 0, kHalfUp, "#14"},
+      {'+', "0.005", "0.0049", 3, 2, kHalfUp, "0.01"},
+      {'+', "-0.005", "0.001", 3, 2, kHalfEven, "0.00"},
+      {'+', "-1", "1", 1, 0, kFloor, "0"},
+      {'-', "1.5", "1.50", 1, 0, kUp, "0"},
+      {'-', "-0.004", "0.001", 3, 2, kHalfUp, "-0.01"},
+      {'-', "99.5", "-0.5", 3, 1, kDown, "#14"},
+      {'*', "-0.001", "0.001", 3, 2, kDown, "0.00"},
+      {'*', "-0.001", "0.001", 3, 2, kCeiling, "0.00"},
+      {'*', "-0.001", "0.001", 3, 2, kFloor, "-0.01"},
+      {'*', "2.5", "1.0", 1, 0, kHalfEven, "2"},
+      {'*', "-3.5", "1", 1, 0, kHalfEven, "-4"},
+      {'*', fraction, fraction, 255, 127, kHalfUp, "0." + std::string(126, '9') + "8"},
+      {'*', fraction, fraction, 255, 127, kUp, fraction},
+      {'*', n255, n255, 255, 0, kHalfUp, "#14"},
+      {'*', "1", "1", 1, 0, 6, "#2"},
+  };
+  for (const auto& c : cases) {
+    const Value a = Lit(c.a), b = Lit(c.b);
+    Value result = Make(c.p, c.s, "0");
+    ZqBCDIIFromInt64(result.get(), 1);
+    const Bytes before = result.Stored();
+    const auto call = c.op == '+'   ? ZqBCDIIAdd
+                      : c.op == '-' ? ZqBCDIISubtract
+                      : c.op == '*' ? ZqBCDIIMultiply
+                                    : ZqBCDIIDivide;
+    const std::uint32_t rc = call(result.get(), a.get(), b.get(), c.mode);
+    const std::string what = c.a + " " + c.op + " " + c.b + " mode " + std::to_string(c.mode);
+    EXPECT_EQ(rc == 0 ? Text(result) : "#" + std::to_string(rc), c.expected) << what;
+    if (rc != 0) {
+      EXPECT_EQ(result.Stored(), before) << what;
+    }
+  }
+}
+
+TEST(DecimalTest, ResultMayBeAnOperand) {
+  Value v = Make(5, 1, "12.5");
+  EXPECT_EQ(ZqBCDIIMultiply(v.get(), v.get(), v.get(), kHalfUp), 0u);
+  EXPECT_EQ(Text(v), "156.3");
+  EXPECT_EQ(ZqBCDIISubtract(v.get(), v.get(), v.get(), kHalfUp), 0u);
+  EXPECT_EQ(Text(v), "0.0");
+}
+
+TEST(DecimalTest, RescaleAndRoundInPlace) {
+  struct Case {
+    std::string value;
+    std::int32_t digits;  // -1: rescale into p.s
+    std::uint32_t p, s, mode;
+    const char* expected;
+  } cases[] = {
+      {"9.995", 2, 0, 0, kHalfUp, "#14"},
+      {"09.995", 2, 0, 0, kHalfUp, "10.000"},
+      {"09.985", 2, 0, 0, kHalfEven, "9.980"},
+      {"-09.995", 2, 0, 0, kFloor, "-10.000"},
+      {"09.995", 2, 0, 0, kDown, "9.990"},
+      {"-0.005", 0, 0, 0, kCeiling, "0.000"},
+      {"1.25", 5, 0, 0, kUp, "1.25"},
+      {"1.25", -1, 2, 1, kHalfEven, "1.2"},
+      {"-1.25", -1, 9, 4, kDown, "-1.2500"},
+      {"-0.001", -1, 1, 0, kDown, "0"},
+      {"99.5", -1, 2, 0, kHalfUp, "#14"},
+      {"99.5", -1, 2, 0, kDown, "99"},
+      {"1", -1, 1, 0, 9, "#2"},
+  };
+  for (const auto& c : cases) {
+    Value v = Lit(c.value), result = Make(std::max(c.p, 1u), c.s, "0");
+    Value& target = c.digits < 0 ? result : v;
+    const Bytes before = target.Stored();
+    const std::uint32_t rc =
+        c.digits < 0 ? ZqBCDIIRescale(result.get(), v.get(), c.mode)
+                     : ZqBCDIIRound(v.get(), static_cast<std::uint32_t>(c.digits), c.mode);
+    EXPECT_EQ(rc == 0 ? Text(target) : "#" + std::to_string(rc), c.expected)
+        << c.value << " to " << c.digits << " mode " << c.mode;
+    if (rc != 0) {
+      EXPECT_EQ(target.Stored(), before) << c.value;
+    }
+  }
+}
+
+TEST(DecimalTest, Doubles) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double inf = std::numeric_limits<double>::infinity();
+  const std::string tiny = "0." + std::string(126, '0') + "1";
+  struct Case {
+    double number;
+    std::uint32_t p, s, mode;
+    std::string expected;  // "=": stored exactly, back to the same double
+  } cases[] = {
+      {0.1, 22, 20, kHalfUp, "0.10000000000000000555"},
+      {0.1, 22, 20, kUp, "0.10000000000000000556"},
+      {0.1, 2, 1, kHalfUp, "0.1"},
+      {0.1, 2, 1, kUp, "0.2"},
+      {-2.5, 3, 0, kHalfEven, "-2"},
+      {-0.0, 3, 1, kFloor, "0.0"},
+      {-1e-300, 10, 5, kFloor, "-0.00001"},
+      {-1e-300, 10, 5, kCeiling, "0.00000"},
+      {1e-300, 10, 5, kHalfUp, "0.00000"},
+      {9007199254740993.0, 16, 0, kDown, "9007199254740992"},
+      {1e300, 255, 0, kDown, "#14"},
+      {1e254, 255, 0, kDown, "="},
+      {-5e-324, 255, 127, kFloor, "-" + tiny},
+      {5e-324, 255, 127, kHalfUp, "0." + std::string(127, '0')},
+      {nan, 5, 2, kHalfUp, "#2"},
+      {-inf, 5, 2, kHalfUp, "#2"},
+      {1, 5, 2, 6, "#2"},
+  };
+  for (const auto& c : cases) {
+    Value v = Make(c.p, c.s, "0");
+    const std::uint32_t rc = ZqBCDIIFromDouble(v.get(), c.number, c.mode);
+    if (c.expected == "=") {
+      double back = 0;
+      ASSERT_EQ(rc, 0u);
+      EXPECT_EQ(ZqBCDIIToDouble(v.get(), &back), 0u);
+      EXPECT_EQ(back, c.number);
+      continue;
+    }
+    EXPECT_EQ(rc == 0 ? Text(v) : "#" + std::to_string(rc), c.expected) << c.number;
+  }
+  struct Back {
+    std::string text;
+    double expected;
+  } backs[] = {
+      {"0.1", 0.1},
+      {"-123.456", -123.456},
+      {"9007199254740993", 9007199254740992.0},  // a tie goes to the even double
+      {"9007199254740995", 9007199254740996.0},
+      {tiny, 1e-127},
+      {std::string(255, '9'), 1e255},
+      {"-0.000", 0.0},
+  };
+  for (const auto& c : backs) {
+    double number = 42;
+    EXPECT_EQ(ZqBCDIIToDouble(Lit(c.text).get(), &number), 0u);
+    EXPECT_EQ(number, c.expected) << c.text;
+    EXPECT_FALSE(std::signbit(number) && number == 0) << c.text;
+  }
+}
+
+TEST(DecimalTest, EqualNumbersHashEqualWhateverTheirTypes) {
+  const std::vector<std::vector<Value>> groups = {
+      {Lit("1.5"), Lit("1.50"), Lit("0001.500"), Make(255, 127, "1.5")},
+      {Lit("150"), Lit("150.0"), Make(9, 3, "150")},
+      {Lit("0"), Lit("-0.00"), Make(255, 127, "0")},
+      {Lit("-1.5"), Lit("-1.500")},
+      {Lit("15")},
+      {Lit("0.15")},
+      {Lit("0.000001")},
+      {Lit("1000000")},
+  };
+  std::set<std::uint64_t> distinct;
+  for (const auto& group : groups) {
+    std::uint64_t first = 0;
+    ASSERT_EQ(ZqBCDIIHash(group[0].get(), &first), 0u);
+    for (const Value& v : group) {
+      std::uint64_t hash = 0;
+      ASSERT_EQ(ZqBCDIIHash(v.get(), &hash), 0u);
+      EXPECT_EQ(hash, first) << Text(v);
+    }
+    distinct.insert(first);
+  }
+  EXPECT_EQ(distinct.size(), groups.size()) << "distinct numbers share a hash";
+  EXPECT_EQ(ZqBCDIIHash(Lit("1").get(), nullptr), 2u);
 }
 
 }  // namespace
