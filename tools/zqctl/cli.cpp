@@ -64,7 +64,7 @@ Args::Args(const std::vector<std::string>& words, const std::vector<OptionSpec>&
   }
 }
 
-std::string Args::Option(std::string_view name, std::string fallback) const {
+std::string Args::Option(std::string_view name, const std::string& fallback) const {
   const auto found = options_.find(std::string(name));
   return found != options_.end() ? found->second : fallback;
 }

@@ -45,7 +45,7 @@ class Args {
   Args(const std::vector<std::string>& words, const std::vector<OptionSpec>& specs);
 
   bool Has(std::string_view name) const { return options_.count(std::string(name)) != 0; }
-  std::string Option(std::string_view name, std::string fallback = {}) const;
+  std::string Option(std::string_view name, const std::string& fallback = {}) const;
   // All values of a repeated option, in order.
   std::vector<std::string> Options(std::string_view name) const;
   std::uint32_t Number(std::string_view name, std::uint32_t fallback) const;

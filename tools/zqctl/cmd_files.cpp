@@ -75,8 +75,12 @@ void PrintPairs(const Args& args, const IniFile::Pairs& pairs) {
     PrintLine(json.Close('}').Text());
     return;
   }
-  for (const auto& [key, value] : pairs)
-    PrintLine(key + "=" + value);
+  for (const auto& [key, value] : pairs) {
+    std::string line = key;
+    line += '=';
+    line += value;
+    PrintLine(line);
+  }
 }
 
 void PrintList(const Args& args, const std::vector<std::string>& names) {
@@ -171,7 +175,10 @@ int RunTrace(const Args& args) {
             .Member("value", value)
             .Member("meaning", Meaning(key, value))
             .Close('}');
-        if (!args.Json()) PrintLine("[" + section + "] " + key + " = " + value);
+        if (args.Json()) continue;
+        std::string line = "[" + section;
+        line.append("] ").append(key).append(" = ").append(value);
+        PrintLine(line);
       }
     }
     if (args.Json()) PrintLine(json.Close(']').Text());

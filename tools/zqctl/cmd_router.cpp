@@ -220,6 +220,7 @@ int RunResolve(const Args& args) {
   const RouterClient client(args);
   const std::vector<std::string> excluded = args.Options("exclude");
   std::vector<const char*> pointers;
+  pointers.reserve(excluded.size());
   for (const std::string& address : excluded)
     pointers.push_back(address.c_str());
   char address[512];

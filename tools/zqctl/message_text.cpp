@@ -25,6 +25,15 @@ std::string DefaultType(const std::string& name) {
   return "c";
 }
 
+// The width of a type code ("u4": 4); 0 for no code.
+std::uint32_t WidthOf(const std::string& code) {
+  std::uint32_t length = 0, width = 0;
+  if (ZqSysGetNextType(code.c_str(), &length, &width, nullptr) != 0 || length != code.size()) {
+    return 0;
+  }
+  return width;
+}
+
 // The little-endian bytes of an integer of `width` bytes.
 std::string IntegerBytes(const std::string& text, char letter, std::uint32_t width) {
   std::int64_t value = 0;
@@ -56,7 +65,7 @@ std::string FieldBytes(const std::string& type, const std::string& text) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
   }
   if (type.size() >= 2 && (type[0] == 'i' || type[0] == 'u')) {
-    const std::uint32_t width = static_cast<std::uint32_t>(std::atoi(type.c_str() + 1));
+    const std::uint32_t width = WidthOf(type);
     if (width == 1 || width == 2 || width == 4 || width == 8) {
       return IntegerBytes(text, type[0], width);
     }
@@ -163,12 +172,14 @@ std::string ParseValue(ZQPARSECTX* body, const std::string& code) {
     std::snprintf(text, sizeof text, "%.17g", value);
     word = text;
   } else if (letter == 'a' || letter == 'i' || letter == 'u') {
+    const std::uint32_t width = letter == 'a' ? 1 : WidthOf(code);
+    if (width != 1 && width != 2 && width != 4 && width != 8) {
+      Usage("type '" + code + "' cannot be printed");
+    }
     unsigned char bytes[8] = {};
     rc = ZqMsgParseCopy(body, code.c_str(), bytes);
-    const std::uint32_t width =
-        letter == 'a' ? 1 : static_cast<std::uint32_t>(std::atoi(code.c_str() + 1));
     std::uint64_t value = 0;
-    for (std::uint32_t i = 0; i < width && i < 8; ++i)
+    for (std::uint32_t i = 0; i < width; ++i)
       value |= std::uint64_t{bytes[i]} << (8 * i);
     if (letter == 'a') {
       word = std::string(1, static_cast<char>(value));
