@@ -425,6 +425,19 @@ inline void SendAndReply(benchmark::State& state, std::uint16_t port, clockid_t 
   ZqMQFreeConnection(b);
 }
 
+// A's sends through the in-process relay that answers each operation as a
+// router does: the frames a router exchanges, without a router's work.
+inline void BM_SendThroughRelay(benchmark::State& state) {
+  const PinnedTo pin(kBenchCpu);
+  ZqMQStartup();
+  {
+    // A's end closes the relay's link to B, which ends B's thread.
+    Relay relay(true, PeerCpu(state));
+    SendAndReply(state, relay.Port(), relay.CpuClock());
+  }
+  ZqMQCleanup();
+}
+
 // The reference: A's frame has the size of the send's frame, B's answer the
 // size of the reply's frame (its block with the reply id and A's address).
 inline void BM_RawRelay(benchmark::State& state) {

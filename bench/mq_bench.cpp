@@ -89,17 +89,6 @@ void BM_RawTcpPingPong(benchmark::State& state) {
   state.counters["frame_bytes"] = static_cast<double>(frame.size());
 }
 
-void BM_SendThroughRelay(benchmark::State& state) {
-  const PinnedTo pin(kBenchCpu);
-  ZqMQStartup();
-  {
-    // A's end closes the relay's link to B, which ends B's thread.
-    Relay relay(true, PeerCpu(state));
-    SendAndReply(state, relay.Port(), relay.CpuClock());
-  }
-  ZqMQCleanup();
-}
-
 BENCHMARK(BM_PostRoundTrip)->Apply(Placements)->UseRealTime();
 BENCHMARK(BM_RawTcpPingPong)->Apply(Placements)->UseRealTime();
 BENCHMARK(BM_SendThroughRelay)->Apply(Placements)->UseRealTime();

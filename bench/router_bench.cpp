@@ -5,7 +5,9 @@
 //   with ZqMQGetMsg and ZqMQPostReplyMsg on a thread) beside the raw relay
 //   of loopback.h, which passes frames of the same sizes between two plain
 //   sockets; "cpus:1" runs A on CPU 0 and the router (or relay) and B on
-//   CPU 0 too, "cpus:2" puts the router (or relay) and B on CPU 1;
+//   CPU 0 too, "cpus:2" puts the router (or relay) and B on CPU 1; beside
+//   it too the in-process relay of loopback.h that answers as a router
+//   does, which shows what the protocol's frames cost without a router;
 // - the same request and reply through nats-server with its C client
 //   (natsConnection_Request against a subscription that answers), the
 //   server pinned like the router, B's client threads like B;
@@ -302,6 +304,7 @@ void BM_RouterPosts(benchmark::State& state) {
 
 BENCHMARK(BM_RouterSendReply)->Apply(Placements)->UseRealTime();
 BENCHMARK(BM_RawRelay)->Apply(Placements)->UseRealTime();
+BENCHMARK(BM_SendThroughRelay)->Apply(Placements)->UseRealTime();
 BENCHMARK(BM_NatsRequestReply)->Apply(Placements)->UseRealTime();
 BENCHMARK(BM_RouterPosts)->ArgName("apps")->Arg(1)->Arg(8)->Arg(64)->UseRealTime();
 
