@@ -27,6 +27,10 @@ constexpr Ms kHelloTimeoutMs = 10000;
 constexpr Ms kSweepMs = 250;
 constexpr std::size_t kMaxAppName = 128;
 constexpr const char* kCategory = "zqrouter";
+// The detailed trace lines, each with its switch in the trace INI (off until
+// set there).
+constexpr const char kTraceReceived[] = "Frame received;app '%s';type 0x%X;len %u;oper %u";
+constexpr const char kTraceForwarded[] = "Frame forwarded;to '%s';type 0x%X;len %u";
 constexpr const char* kSystemCategory = "Zq_System";
 // "Zq_Type" of the router's own messages in category Zq_System.
 constexpr std::uint32_t kTypeStatus = 1;
@@ -98,9 +102,23 @@ class OwnMessage {
 CRouterCore::CRouterCore(Settings settings, AccessList access, std::uint32_t log)
     : settings_(std::move(settings)), access_(std::move(access)), log_(log) {
   routerAddress_ = settings_.node + "." + kRouterAppName;
+  traceReceived_.format = kTraceReceived;
+  traceForwarded_.format = kTraceForwarded;
 }
 
 CRouterCore::~CRouterCore() = default;
+
+// A trace decision reads the switch file, so it is asked once a second per
+// site at most; a switch turned on or off takes effect within that second.
+bool CRouterCore::Tracing(TraceSite& site, Ms now) {
+  if (log_ == 0) return false;
+  if (!site.asked || now - site.askedAt >= 1000) {
+    site.on = trcheck_ZqLogCustExvDef(log_, ZQLOG_INFO, kCategory, site.format, 0) == 1;
+    site.asked = true;
+    site.askedAt = now;
+  }
+  return site.on;
+}
 
 void CRouterCore::Log(std::int32_t severity, const char* format, ...) const {
   if (log_ == 0) return;
@@ -344,8 +362,9 @@ void CRouterCore::HandleFrame(Peer& peer, const mq::CLLMsg& frame, Ms now) {
           peer.app.c_str(), type, frame.BodySize());
       return;
   }
-  trcheck_ZqLogCustInfoEx_0(log_, kCategory, "Frame received;app '%s';type 0x%X;len %u;oper %u",
-                            peer.app.c_str(), type, frame.BodySize(), op.number);
+  if (Tracing(traceReceived_, now)) {
+    Log(ZQLOG_INFO, kTraceReceived, peer.app.c_str(), type, frame.BodySize(), op.number);
+  }
   switch (type) {
     case mq::kLLLogin:
       return HandleLogin(peer, op, now);
@@ -503,8 +522,9 @@ bool CRouterCore::Forward(Peer& target, std::uint32_t type, std::string_view pre
   put("", 1);
   put(block + layout.fromEnd, layout.size - layout.fromEnd);
   if (sendId != 0) std::memcpy(blockStart + layout.sendIdOffset, LEBytes(sendId).bytes, 8);
-  trcheck_ZqLogCustInfoEx_0(log_, kCategory, "Frame forwarded;to '%s';type 0x%X;len %u",
-                            target.app.c_str(), type, static_cast<std::uint32_t>(body));
+  if (Tracing(traceForwarded_, now)) {
+    Log(ZQLOG_INFO, kTraceForwarded, target.app.c_str(), type, static_cast<std::uint32_t>(body));
+  }
   Enqueue(target, std::move(chunk), now);
   return true;
 }

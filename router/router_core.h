@@ -158,6 +158,14 @@ class CRouterCore {
 
   void Log(std::int32_t severity, const char* format, ...) const
       __attribute__((format(printf, 3, 4)));
+  // A trace line's switch, asked again at most once a second.
+  struct TraceSite {
+    const char* format = nullptr;
+    Ms askedAt = 0;
+    bool asked = false;
+    bool on = false;
+  };
+  bool Tracing(TraceSite& site, Ms now);
 
   // Hello.
   void HelloInput(Peer& peer, const unsigned char*& bytes, std::size_t& size, Ms now);
@@ -228,6 +236,8 @@ class CRouterCore {
   Ms nextSweep_ = 0;
   Ms nextTimeSync_ = 0;
   std::string routerAddress_;
+  TraceSite traceReceived_;
+  TraceSite traceForwarded_;
   RouterCounters counters_;
 };
 
