@@ -25,6 +25,8 @@ constexpr std::size_t kHoldLimit = std::size_t{64} * 1024;
 constexpr std::string_view kHelloTag("Local\0", 6);
 constexpr Ms kHelloTimeoutMs = 10000;
 constexpr Ms kSweepMs = 250;
+// How long the result of a synchronous send may wait for its reply.
+constexpr Ms kResultHoldMs = 2;
 constexpr std::size_t kMaxAppName = 128;
 constexpr const char* kCategory = "zqrouter";
 // The detailed trace lines, each with its switch in the trace INI (off until
@@ -463,7 +465,27 @@ void CRouterCore::HandleSend(Peer& peer, const Operation& op, bool sync, Ms now)
   pending.deadline = timeout == 0xFFFFFFFFu ? kNever : now + timeout;
   pending_.emplace(sendId, pending);
   if (pending.deadline != kNever) deadlines_.emplace(pending.deadline, sendId);
-  SendResult(peer, mq::kLLResultWithId, op.number, 0, LEBytes(sendId), now);
+  if (!sync) return SendResult(peer, mq::kLLResultWithId, op.number, 0, LEBytes(sendId), now);
+  // The sender of a synchronous send can do nothing but wait for the reply,
+  // so its result waits a moment for the reply too and both leave in one
+  // write: the sender wakes once instead of twice.
+  HeldResult held;
+  held.until = now + kResultHoldMs;
+  if (mq::BuildLLFrame(mq::kLLResultWithId,
+                       {LEBytes(op.number), LEBytes(std::uint32_t{0}), LEBytes(sendId)}, nullptr,
+                       held.frame.frame) != 0) {
+    return Drop(peer, "could not be answered (no memory)", now);
+  }
+  heldResults_.emplace(sendId, std::move(held));
+  deadlines_.emplace(now + kResultHoldMs, sendId);
+}
+
+void CRouterCore::ReleaseResult(std::uint64_t sendId, PeerId requester, Ms now) {
+  const auto held = heldResults_.find(sendId);
+  if (held == heldResults_.end()) return;
+  OutChunk chunk = std::move(held->second.frame);
+  heldResults_.erase(held);
+  if (Peer* peer = Find(requester)) Enqueue(*peer, std::move(chunk), now);
 }
 
 void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
@@ -486,6 +508,7 @@ void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
       Refuse(*newcomer, ZQERR_MQCRYPT_ALREADY_CONNECTED);
     }
   } else if (pending.kind != PendingKind::kIdlePing) {
+    ReleaseResult(replyId, pending.requester, now);
     Peer* requester = Find(pending.requester);
     const std::uint32_t type =
         pending.kind == PendingKind::kSync ? mq::kLLSyncReplyResult : mq::kLLReply;
@@ -553,6 +576,7 @@ void CRouterCore::Expire(std::uint64_t sendId, Pending pending, Ms now, bool res
   switch (pending.kind) {
     case PendingKind::kSync:
     case PendingKind::kAsync:
+      ReleaseResult(sendId, pending.requester, now);
       if (Peer* requester = Find(pending.requester)) {
         const std::uint32_t type =
             pending.kind == PendingKind::kSync ? mq::kLLSyncReplyFailed : mq::kLLAsyncReplyFailed;
@@ -869,6 +893,7 @@ void CRouterCore::Forget(Peer& peer, Ms now) {
       }
     }
     if (p.requester == peer.id && p.requester != 0) {
+      heldResults_.erase(it->first);
       it = pending_.erase(it);
     } else if (p.responder == peer.id) {
       failed.emplace_back(it->first, p);
@@ -898,10 +923,17 @@ void CRouterCore::Closed(PeerId id, Ms now, const char* why) {
 
 void CRouterCore::Tick(Ms now) {
   while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+    const Ms at = deadlines_.begin()->first;
     const std::uint64_t id = deadlines_.begin()->second;
     deadlines_.erase(deadlines_.begin());
     const auto found = pending_.find(id);
     if (found == pending_.end()) continue;
+    if (const auto held = heldResults_.find(id);
+        held != heldResults_.end() && held->second.until == at) {
+      ReleaseResult(id, found->second.requester, now);  // no reply yet: the result goes alone
+      continue;
+    }
+    if (found->second.deadline != at) continue;
     const Pending pending = found->second;
     pending_.erase(found);
     Expire(id, pending, now, false);

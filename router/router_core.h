@@ -144,6 +144,11 @@ class CRouterCore {
     Ms deadline = kNever;
     PeerId newcomer = 0;  // kNameCheck: who waits for the name
   };
+  // The result of a synchronous send, waiting to leave with the reply.
+  struct HeldResult {
+    OutChunk frame;
+    Ms until = 0;
+  };
   struct Service {
     std::vector<PeerId> providers;
     bool exclusive = false;
@@ -203,6 +208,8 @@ class CRouterCore {
                const unsigned char* block, const msg::BlockLayout& layout, std::string_view from,
                std::uint64_t sendId, Ms now);
   void Expire(std::uint64_t sendId, Pending pending, Ms now, bool responderGone);
+  // Sends a held result to its requester (when it is still there).
+  void ReleaseResult(std::uint64_t sendId, PeerId requester, Ms now);
   std::uint64_t SendSystemPing(Peer& target, PendingKind kind, Ms deadline, PeerId newcomer,
                                Ms now);
 
@@ -228,7 +235,9 @@ class CRouterCore {
   std::unordered_map<std::string, std::uint64_t> nameChecks_;  // name → ping id
   std::map<std::string, Service> services_;
   std::unordered_map<std::uint64_t, Pending> pending_;
-  std::multimap<Ms, std::uint64_t> deadlines_;  // may name finished requests
+  std::unordered_map<std::uint64_t, HeldResult> heldResults_;
+  // Request timeouts and result holds; may name finished requests.
+  std::multimap<Ms, std::uint64_t> deadlines_;
   std::vector<PeerId> dirty_;
   PeerId nextPeer_ = 1;
   std::uint64_t nextSendId_ = 1;
