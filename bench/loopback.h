@@ -14,6 +14,7 @@
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -236,14 +237,27 @@ inline bool Welcome(int fd) {
 
 // An operation result: the operation number, result 0, and the send id
 // for a 0x5001.
-inline bool Answer(int fd, std::uint32_t type, const char* operation, std::uint64_t id = 0) {
+// `then` (if any) follows it in the same write.
+inline bool Answer(int fd, std::uint32_t type, const char* operation, std::uint64_t id = 0,
+                   const char* then = nullptr, std::size_t thenSize = 0) {
   char frame[kHeaderSize + 16];
   const std::uint32_t length = type == kLLResultWithId ? 16 : 8;
   PutHeader(type, length, frame);
   std::memcpy(frame + kHeaderSize, operation, 4);
   PutU32(0, frame + kHeaderSize + 4);
   PutU64(id, frame + kHeaderSize + 8);
-  return WriteAll(fd, frame, kHeaderSize + length);
+  iovec parts[2] = {{frame, kHeaderSize + length}, {const_cast<char*>(then), thenSize}};
+  const ssize_t wrote = ::writev(fd, parts, then != nullptr ? 2 : 1);
+  if (wrote < 0) return false;
+  // A short write is finished piece by piece.
+  std::size_t done = static_cast<std::size_t>(wrote);
+  for (const iovec& part : parts) {
+    const std::size_t skip = std::min(done, part.iov_len);
+    done -= skip;
+    if (!WriteAll(fd, static_cast<const char*>(part.iov_base) + skip, part.iov_len - skip))
+      return false;
+  }
+  return true;
 }
 
 inline HZQMSG MessageWithBody(const char* to, std::size_t bodySize) {
@@ -321,24 +335,25 @@ class Relay {
           std::memcmp(&frame[kHeaderSize + 8 + kFromAt], "\xFF\xFF\xFF\xFF", 4) != 0) {
         return;
       }
-      std::memcpy(operation, &frame[kHeaderSize], 4);
+      char sendOperation[4];
+      std::memcpy(sendOperation, &frame[kHeaderSize], 4);
       std::memmove(&frame[kHeaderSize], &frame[kHeaderSize + 8], kFromAt);
       PutU64(sendId, &frame[kHeaderSize + kSendIdAt]);
       std::memcpy(&frame[kHeaderSize + kFromAt], kFromA, sizeof kFromA);
       PutHeader(kLLRequest, length, frame.data());
-      if (!WriteAll(b.Fd(), frame.data(), kHeaderSize + length) ||
-          !Answer(a.Fd(), kLLResultWithId, operation, sendId)) {
-        return;
-      }
+      if (!WriteAll(b.Fd(), frame.data(), kHeaderSize + length)) return;
       // B's reply (operation, block) lands 16 bytes in: its block goes to
-      // A behind a header over the first 16 bytes and the operation.
+      // A behind a header over the first 16 bytes and the operation, in one
+      // write with the result of A's send, as the router sends them when
+      // the reply comes within its hold.
       if (!ReadFrame(b.Fd(), frame, kHeaderSize - 4, type, length) || type != kLLReply ||
           length < 4) {
         return;
       }
       std::memcpy(operation, &frame[kHeaderSize - 4], 4);
       PutHeader(kLLSyncReplyResult, length - 4, frame.data());
-      if (!WriteAll(a.Fd(), frame.data(), kHeaderSize + length - 4) ||
+      if (!Answer(a.Fd(), kLLResultWithId, sendOperation, sendId, frame.data(),
+                  kHeaderSize + length - 4) ||
           !Answer(b.Fd(), kLLResult, operation)) {
         return;
       }
