@@ -25,8 +25,14 @@ constexpr std::size_t kHoldLimit = std::size_t{64} * 1024;
 constexpr std::string_view kHelloTag("Local\0", 6);
 constexpr Ms kHelloTimeoutMs = 10000;
 constexpr Ms kSweepMs = 250;
+// How long the result of a synchronous send may wait for its reply.
+constexpr Ms kResultHoldMs = 2;
 constexpr std::size_t kMaxAppName = 128;
 constexpr const char* kCategory = "zqrouter";
+// The detailed trace lines, each with its switch in the trace INI (off until
+// set there).
+constexpr const char kTraceReceived[] = "Frame received;app '%s';type 0x%X;len %u;oper %u";
+constexpr const char kTraceForwarded[] = "Frame forwarded;to '%s';type 0x%X;len %u";
 constexpr const char* kSystemCategory = "Zq_System";
 // "Zq_Type" of the router's own messages in category Zq_System.
 constexpr std::uint32_t kTypeStatus = 1;
@@ -98,9 +104,23 @@ class OwnMessage {
 CRouterCore::CRouterCore(Settings settings, AccessList access, std::uint32_t log)
     : settings_(std::move(settings)), access_(std::move(access)), log_(log) {
   routerAddress_ = settings_.node + "." + kRouterAppName;
+  traceReceived_.format = kTraceReceived;
+  traceForwarded_.format = kTraceForwarded;
 }
 
 CRouterCore::~CRouterCore() = default;
+
+// A trace decision reads the switch file, so it is asked once a second per
+// site at most; a switch turned on or off takes effect within that second.
+bool CRouterCore::Tracing(TraceSite& site, Ms now) {
+  if (log_ == 0) return false;
+  if (!site.asked || now - site.askedAt >= 1000) {
+    site.on = trcheck_ZqLogCustExvDef(log_, ZQLOG_INFO, kCategory, site.format, 0) == 1;
+    site.asked = true;
+    site.askedAt = now;
+  }
+  return site.on;
+}
 
 void CRouterCore::Log(std::int32_t severity, const char* format, ...) const {
   if (log_ == 0) return;
@@ -344,8 +364,9 @@ void CRouterCore::HandleFrame(Peer& peer, const mq::CLLMsg& frame, Ms now) {
           peer.app.c_str(), type, frame.BodySize());
       return;
   }
-  trcheck_ZqLogCustInfoEx_0(log_, kCategory, "Frame received;app '%s';type 0x%X;len %u;oper %u",
-                            peer.app.c_str(), type, frame.BodySize(), op.number);
+  if (Tracing(traceReceived_, now)) {
+    Log(ZQLOG_INFO, kTraceReceived, peer.app.c_str(), type, frame.BodySize(), op.number);
+  }
   switch (type) {
     case mq::kLLLogin:
       return HandleLogin(peer, op, now);
@@ -444,7 +465,27 @@ void CRouterCore::HandleSend(Peer& peer, const Operation& op, bool sync, Ms now)
   pending.deadline = timeout == 0xFFFFFFFFu ? kNever : now + timeout;
   pending_.emplace(sendId, pending);
   if (pending.deadline != kNever) deadlines_.emplace(pending.deadline, sendId);
-  SendResult(peer, mq::kLLResultWithId, op.number, 0, LEBytes(sendId), now);
+  if (!sync) return SendResult(peer, mq::kLLResultWithId, op.number, 0, LEBytes(sendId), now);
+  // The sender of a synchronous send can do nothing but wait for the reply,
+  // so its result waits a moment for the reply too and both leave in one
+  // write: the sender wakes once instead of twice.
+  HeldResult held;
+  held.until = now + kResultHoldMs;
+  if (mq::BuildLLFrame(mq::kLLResultWithId,
+                       {LEBytes(op.number), LEBytes(std::uint32_t{0}), LEBytes(sendId)}, nullptr,
+                       held.frame.frame) != 0) {
+    return Drop(peer, "could not be answered (no memory)", now);
+  }
+  heldResults_.emplace(sendId, std::move(held));
+  deadlines_.emplace(now + kResultHoldMs, sendId);
+}
+
+void CRouterCore::ReleaseResult(std::uint64_t sendId, PeerId requester, Ms now) {
+  const auto held = heldResults_.find(sendId);
+  if (held == heldResults_.end()) return;
+  OutChunk chunk = std::move(held->second.frame);
+  heldResults_.erase(held);
+  if (Peer* peer = Find(requester)) Enqueue(*peer, std::move(chunk), now);
 }
 
 void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
@@ -467,6 +508,7 @@ void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
       Refuse(*newcomer, ZQERR_MQCRYPT_ALREADY_CONNECTED);
     }
   } else if (pending.kind != PendingKind::kIdlePing) {
+    ReleaseResult(replyId, pending.requester, now);
     Peer* requester = Find(pending.requester);
     const std::uint32_t type =
         pending.kind == PendingKind::kSync ? mq::kLLSyncReplyResult : mq::kLLReply;
@@ -503,8 +545,9 @@ bool CRouterCore::Forward(Peer& target, std::uint32_t type, std::string_view pre
   put("", 1);
   put(block + layout.fromEnd, layout.size - layout.fromEnd);
   if (sendId != 0) std::memcpy(blockStart + layout.sendIdOffset, LEBytes(sendId).bytes, 8);
-  trcheck_ZqLogCustInfoEx_0(log_, kCategory, "Frame forwarded;to '%s';type 0x%X;len %u",
-                            target.app.c_str(), type, static_cast<std::uint32_t>(body));
+  if (Tracing(traceForwarded_, now)) {
+    Log(ZQLOG_INFO, kTraceForwarded, target.app.c_str(), type, static_cast<std::uint32_t>(body));
+  }
   Enqueue(target, std::move(chunk), now);
   return true;
 }
@@ -533,6 +576,7 @@ void CRouterCore::Expire(std::uint64_t sendId, Pending pending, Ms now, bool res
   switch (pending.kind) {
     case PendingKind::kSync:
     case PendingKind::kAsync:
+      ReleaseResult(sendId, pending.requester, now);
       if (Peer* requester = Find(pending.requester)) {
         const std::uint32_t type =
             pending.kind == PendingKind::kSync ? mq::kLLSyncReplyFailed : mq::kLLAsyncReplyFailed;
@@ -849,6 +893,7 @@ void CRouterCore::Forget(Peer& peer, Ms now) {
       }
     }
     if (p.requester == peer.id && p.requester != 0) {
+      heldResults_.erase(it->first);
       it = pending_.erase(it);
     } else if (p.responder == peer.id) {
       failed.emplace_back(it->first, p);
@@ -878,10 +923,17 @@ void CRouterCore::Closed(PeerId id, Ms now, const char* why) {
 
 void CRouterCore::Tick(Ms now) {
   while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+    const Ms at = deadlines_.begin()->first;
     const std::uint64_t id = deadlines_.begin()->second;
     deadlines_.erase(deadlines_.begin());
     const auto found = pending_.find(id);
     if (found == pending_.end()) continue;
+    if (const auto held = heldResults_.find(id);
+        held != heldResults_.end() && held->second.until == at) {
+      ReleaseResult(id, found->second.requester, now);  // no reply yet: the result goes alone
+      continue;
+    }
+    if (found->second.deadline != at) continue;
     const Pending pending = found->second;
     pending_.erase(found);
     Expire(id, pending, now, false);

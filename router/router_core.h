@@ -144,6 +144,11 @@ class CRouterCore {
     Ms deadline = kNever;
     PeerId newcomer = 0;  // kNameCheck: who waits for the name
   };
+  // The result of a synchronous send, waiting to leave with the reply.
+  struct HeldResult {
+    OutChunk frame;
+    Ms until = 0;
+  };
   struct Service {
     std::vector<PeerId> providers;
     bool exclusive = false;
@@ -158,6 +163,14 @@ class CRouterCore {
 
   void Log(std::int32_t severity, const char* format, ...) const
       __attribute__((format(printf, 3, 4)));
+  // A trace line's switch, asked again at most once a second.
+  struct TraceSite {
+    const char* format = nullptr;
+    Ms askedAt = 0;
+    bool asked = false;
+    bool on = false;
+  };
+  bool Tracing(TraceSite& site, Ms now);
 
   // Hello.
   void HelloInput(Peer& peer, const unsigned char*& bytes, std::size_t& size, Ms now);
@@ -195,6 +208,8 @@ class CRouterCore {
                const unsigned char* block, const msg::BlockLayout& layout, std::string_view from,
                std::uint64_t sendId, Ms now);
   void Expire(std::uint64_t sendId, Pending pending, Ms now, bool responderGone);
+  // Sends a held result to its requester (when it is still there).
+  void ReleaseResult(std::uint64_t sendId, PeerId requester, Ms now);
   std::uint64_t SendSystemPing(Peer& target, PendingKind kind, Ms deadline, PeerId newcomer,
                                Ms now);
 
@@ -220,7 +235,9 @@ class CRouterCore {
   std::unordered_map<std::string, std::uint64_t> nameChecks_;  // name → ping id
   std::map<std::string, Service> services_;
   std::unordered_map<std::uint64_t, Pending> pending_;
-  std::multimap<Ms, std::uint64_t> deadlines_;  // may name finished requests
+  std::unordered_map<std::uint64_t, HeldResult> heldResults_;
+  // Request timeouts and result holds; may name finished requests.
+  std::multimap<Ms, std::uint64_t> deadlines_;
   std::vector<PeerId> dirty_;
   PeerId nextPeer_ = 1;
   std::uint64_t nextSendId_ = 1;
@@ -228,6 +245,8 @@ class CRouterCore {
   Ms nextSweep_ = 0;
   Ms nextTimeSync_ = 0;
   std::string routerAddress_;
+  TraceSite traceReceived_;
+  TraceSite traceForwarded_;
   RouterCounters counters_;
 };
 

@@ -68,7 +68,12 @@ std::string DirectoryOf(const std::string& path) {
 constexpr std::size_t kTempSuffix = 6;
 std::string TempPrefix(const std::string& target) {
   const std::size_t slash = target.rfind('/');
-  return "." + target.substr(slash == std::string::npos ? 0 : slash + 1) + ".";
+  const std::string_view name =
+      std::string_view(target).substr(slash == std::string::npos ? 0 : slash + 1);
+  // Built by appending: g++ 12 warns falsely (-Wrestrict) on "." + string.
+  std::string prefix(".");
+  prefix.append(name).append(".");
+  return prefix;
 }
 bool IsTempName(std::string_view name, const std::string& prefix) noexcept {
   if (name.size() != prefix.size() + kTempSuffix || name.substr(0, prefix.size()) != prefix) {
