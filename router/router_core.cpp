@@ -12,6 +12,7 @@
 #include "zqsys/zqerr.h"
 #include "zqsys/zqlog.h"
 #include "zqsys/zqmsg.h"
+#include "zqsys/zqstat.h"
 #include "zqsys/zqtime.h"
 
 namespace zq::router {
@@ -415,6 +416,7 @@ std::uint32_t CRouterCore::RouteTo(std::string_view to, Peer*& target) {
   std::string_view node, app;
   if (!SplitAddress(to, node, app)) return ZQERR_ROUTE_INVALID_ADDRESS;
   if (node != settings_.node) return ZQERR_ROUTE_POSTED_TO_FOREIGN_ADDRESS;
+  if (app == kRouterAppName) return ZQERR_ROUTE_ME_ITSELF;
   const auto found = names_.find(std::string(app));
   if (found == names_.end()) return ZQERR_ROUTE_NO_ROUTE;
   target = Find(found->second);
@@ -424,6 +426,7 @@ std::uint32_t CRouterCore::RouteTo(std::string_view to, Peer*& target) {
 void CRouterCore::HandlePost(Peer& peer, const Operation& op, Ms now) {
   msg::BlockLayout layout;
   if (!ScanOrDrop(peer, op.data, op.size, layout)) return;
+  ++counters_.msgsIn;
   std::uint32_t rc = layout.systemPair ? ZQERR_COMMON_WRONG_ARGUMENTS : 0;
   if (rc == 0) {
     const void* flags = nullptr;
@@ -448,6 +451,10 @@ void CRouterCore::HandleSend(Peer& peer, const Operation& op, bool sync, Ms now)
   const std::uint32_t timeout = mq::LoadU32(op.data);
   msg::BlockLayout layout;
   if (!ScanOrDrop(peer, op.data + 4, op.size - 4, layout)) return;
+  ++counters_.msgsIn;
+  if (!layout.systemPair && layout.to == routerAddress_) {
+    return AnswerStatistics(peer, op, layout, sync, now);
+  }
   std::uint32_t rc = layout.systemPair ? ZQERR_COMMON_WRONG_ARGUMENTS : 0;
   Peer* target = nullptr;
   if (rc == 0) rc = RouteTo(layout.to, target);
@@ -491,6 +498,7 @@ void CRouterCore::ReleaseResult(std::uint64_t sendId, PeerId requester, Ms now) 
 void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
   msg::BlockLayout layout;
   if (!ScanOrDrop(peer, op.data, op.size, layout)) return;
+  ++counters_.msgsIn;
   const std::uint64_t replyId = LoadU64(op.data + layout.replyIdOffset);
   const auto found = pending_.find(replyId);
   if (layout.systemPair || found == pending_.end() || found->second.responder != peer.id) {
@@ -548,8 +556,59 @@ bool CRouterCore::Forward(Peer& target, std::uint32_t type, std::string_view pre
   if (Tracing(traceForwarded_, now)) {
     Log(ZQLOG_INFO, kTraceForwarded, target.app.c_str(), type, static_cast<std::uint32_t>(body));
   }
+  ++counters_.msgsOut;
   Enqueue(target, std::move(chunk), now);
   return true;
+}
+
+// Requests to the router's own address are statistics requests, answered
+// here with the figures of this process (its "Router" module among them).
+void CRouterCore::AnswerStatistics(Peer& peer, const Operation& op, const msg::BlockLayout& layout,
+                                   bool sync, Ms now) {
+  if (layout.category != ZQSTAT_CATEGORY) {
+    return SendResult(peer, mq::kLLResult, op.number, ZQERR_ROUTE_ME_ITSELF, {}, now);
+  }
+  HZQMSG request = nullptr;
+  HZQMSG reply = nullptr;
+  std::uint32_t rc = ZqMsgCreateMessageFromBlock(op.data + 4, layout.size, &request, nullptr);
+  if (rc == 0) {
+    stats_.Publish(Figures(now), false);
+    rc = ZqMQStatBuildReply(request, &reply);
+  }
+  const std::uint64_t sendId = nextSendId_++;
+  if (rc == 0) rc = ZqMsgSetFieldUINT64(reply, ZQMSG_FIELD_REPLYID, sendId);
+  if (rc == 0) rc = ZqMsgSetFieldStr(reply, ZQMSG_FIELD_FROM, routerAddress_.c_str());
+  if (rc == 0) rc = ZqMsgSetFieldStr(reply, ZQMSG_FIELD_TO, peer.address.c_str());
+  OutChunk answer;
+  if (rc == 0) {
+    rc = mq::BuildLLFrame(sync ? mq::kLLSyncReplyResult : mq::kLLReply, {}, reply, answer.frame);
+  }
+  ZqMsgFreeMessage(request);
+  ZqMsgFreeMessage(reply);
+  if (rc != 0) return SendResult(peer, mq::kLLResult, op.number, rc, {}, now);
+  SendResult(peer, mq::kLLResultWithId, op.number, 0, LEBytes(sendId), now);
+  ++counters_.msgsOut;
+  Enqueue(peer, std::move(answer), now);
+}
+
+RouterFigures CRouterCore::Figures(Ms now) const {
+  RouterFigures f;
+  f.connections = names_.size();
+  f.connectionsTotal = counters_.accepted;
+  f.msgsIn = counters_.msgsIn;
+  f.msgsOut = counters_.msgsOut;
+  f.bytesIn = counters_.bytesIn;
+  f.bytesOut = counters_.bytesOut;
+  for (const auto& [id, peer] : peers_)
+    f.outputQueueBytes += peer->outBytes;
+  for (const auto& [id, pending] : pending_) {
+    if (pending.kind == PendingKind::kSync || pending.kind == PendingKind::kAsync) {
+      ++f.pendingRequests;
+    }
+  }
+  f.services = services_.size();
+  f.uptimeMs = started_ == kNever || now < started_ ? 0 : now - started_;
+  return f;
 }
 
 std::uint64_t CRouterCore::SendSystemPing(Peer& target, PendingKind kind, Ms deadline,
@@ -561,7 +620,10 @@ std::uint64_t CRouterCore::SendSystemPing(Peer& target, PendingKind kind, Ms dea
       .Text(ZQMSG_FIELD_TO, target.address);
   OutChunk chunk;
   chunk.frame = ping.Frame(mq::kLLRequest);
-  if (chunk.frame) Enqueue(target, std::move(chunk), now);
+  if (chunk.frame) {
+    ++counters_.msgsOut;
+    Enqueue(target, std::move(chunk), now);
+  }
   Pending pending;
   pending.responder = target.id;
   pending.kind = kind;
@@ -831,6 +893,7 @@ void CRouterCore::SendTimeSync(Ms now) {
     if (peer->state != PeerState::kActive) continue;
     OutChunk chunk;
     chunk.raw.assign(reinterpret_cast<const char*>(frame.Bytes()), frame.Size());
+    ++counters_.msgsOut;
     Enqueue(*peer, std::move(chunk), now);
   }
 }
@@ -922,6 +985,11 @@ void CRouterCore::Closed(PeerId id, Ms now, const char* why) {
 // ---- Time ----
 
 void CRouterCore::Tick(Ms now) {
+  if (started_ == kNever) started_ = now;
+  if (now >= nextStats_) {
+    stats_.Publish(Figures(now), true);
+    nextStats_ = now + 1000;
+  }
   while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
     const Ms at = deadlines_.begin()->first;
     const std::uint64_t id = deadlines_.begin()->second;
@@ -972,6 +1040,7 @@ Ms CRouterCore::NextWake(Ms now) const {
   if (!deadlines_.empty()) wake = std::min(wake, deadlines_.begin()->first);
   if (nextSweep_ != 0) wake = std::min(wake, nextSweep_);
   if (settings_.timeSyncPeriodMs != 0 && nextTimeSync_ != 0) wake = std::min(wake, nextTimeSync_);
+  if (nextStats_ != 0) wake = std::min(wake, nextStats_);
   return std::max(wake, now);
 }
 

@@ -17,6 +17,7 @@
 
 #include "mq/llmsg.h"
 #include "msg/message.h"
+#include "router_stats.h"
 #include "settings.h"
 
 namespace zq::router {
@@ -95,6 +96,7 @@ struct PasswordCheck {
 // Figures the router keeps about itself.
 struct RouterCounters {
   std::uint64_t framesIn = 0, framesOut = 0, bytesIn = 0, bytesOut = 0;
+  std::uint64_t msgsIn = 0, msgsOut = 0;  // frames that carry a message block
   std::uint64_t accepted = 0, refused = 0, dropped = 0;
 };
 
@@ -202,6 +204,11 @@ class CRouterCore {
   void HandleUnregister(Peer& peer, const Operation& op);
   void HandleResolve(Peer& peer, const Operation& op);
 
+  // Statistics.
+  void AnswerStatistics(Peer& peer, const Operation& op, const msg::BlockLayout& layout, bool sync,
+                        Ms now);
+  RouterFigures Figures(Ms now) const;
+
   // Routing.
   std::uint32_t RouteTo(std::string_view to, Peer*& target);
   bool Forward(Peer& target, std::uint32_t type, std::string_view prefix,
@@ -248,6 +255,9 @@ class CRouterCore {
   TraceSite traceReceived_;
   TraceSite traceForwarded_;
   RouterCounters counters_;
+  CRouterStats stats_{this};
+  Ms started_ = kNever;
+  Ms nextStats_ = 0;
 };
 
 }  // namespace zq::router
