@@ -5,7 +5,7 @@
 SHELL := /bin/bash
 JOBS ?= 2
 FUZZ_SECONDS ?= 60
-FORMAT_DIRS := src include tests bench fuzz examples
+FORMAT_DIRS := src include tests bench fuzz examples router tools
 # The folder of this Makefile, whatever the current directory.
 ROOT := $(patsubst %/,%,$(dir $(abspath $(lastword $(MAKEFILE_LIST)))))
 
