@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The platform at work: zqrouter on a free port with examples/zqrouter.ini,
-# the quote service and its client talking through it, then a clean stop.
+# the quote service and its client talking through it, the router's own
+# figures as zqctl reads them, then a clean stop.
 # Arguments: the build tree and the source tree.
 set -euo pipefail
 build=$1
@@ -33,6 +34,8 @@ service=$!
 "$build/examples/quote_client" "$port"
 wait "$service"
 service=
+echo "zqctl stat router --class Router (the router's own figures):"
+"$build/tools/zqctl" stat router --class Router --router "127.0.0.1:$port"
 kill -TERM "$router"
 wait "$router" && echo "zqrouter: stopped cleanly; its log is $dir/zqrouter.log"
 trap - EXIT
