@@ -134,11 +134,14 @@ void CRouterCore::HandleGrntConfirm(Peer& peer, std::uint32_t type, std::uint64_
   }
   if (ofMessage) {
     message->second.confirming = true;
-    if (id <= peer.grntSentUpTo) peer.grntInFlightBytes -= message->second.block.size();
+    if (id <= peer.grntSentUpTo) {
+      // Saturating: an id confirmed twice (after a failed commit) counts once.
+      peer.grntInFlightBytes -= std::min(peer.grntInFlightBytes, message->second.block.size());
+    }
     grntConfirmed_.push_back(id);
   } else {
     result->second.confirming = true;
-    if (id <= peer.resultSentUpTo) --peer.resultsInFlight;
+    if (id <= peer.resultSentUpTo && peer.resultsInFlight > 0) --peer.resultsInFlight;
     resultsConfirmed_.push_back(id);
   }
 }

@@ -169,50 +169,43 @@ bool CGrntStore::Prepare(std::string& error) {
 bool CGrntStore::Load(std::vector<GrntStoredMessage>& messages,
                       std::vector<GrntStoredResult>& results, std::uint64_t& nextId,
                       std::string& error) {
-  Statement query;
   nextId = 1;
   const auto seen = [&nextId](std::uint64_t id) {
     if (id >= nextId) nextId = id + 1;
   };
-  if (!query.Prepare(db_, "SELECT id, receiver, sender, block FROM grnt_message ORDER BY id")) {
-    error = Describe(db_, "cannot read the messages");
-    return false;
-  }
-  while (sqlite3_step(query.Get()) == SQLITE_ROW) {
-    GrntStoredMessage m;
-    m.id = static_cast<std::uint64_t>(sqlite3_column_int64(query.Get(), 0));
-    m.receiver = ColumnText(query.Get(), 1);
-    m.sender = ColumnText(query.Get(), 2);
-    m.block = ColumnText(query.Get(), 3);
-    seen(m.id);
-    messages.push_back(std::move(m));
-  }
-  Statement results_query;
-  if (!results_query.Prepare(db_, "SELECT id, sender, result FROM grnt_result ORDER BY id")) {
-    error = Describe(db_, "cannot read the delivery results");
-    return false;
-  }
-  while (sqlite3_step(results_query.Get()) == SQLITE_ROW) {
-    GrntStoredResult r;
-    r.id = static_cast<std::uint64_t>(sqlite3_column_int64(results_query.Get(), 0));
-    r.sender = ColumnText(results_query.Get(), 1);
-    r.result = static_cast<std::uint32_t>(sqlite3_column_int64(results_query.Get(), 2));
-    seen(r.id);
-    results.push_back(std::move(r));
-  }
-  // Ids of confirmed messages are gone from both tables; the kept counter
-  // makes sure they are never given out again.
-  Statement counter;
-  if (counter.Prepare(db_, "SELECT value FROM grnt_meta WHERE name = 'next_id'") &&
-      sqlite3_step(counter.Get()) == SQLITE_ROW) {
-    seen(static_cast<std::uint64_t>(sqlite3_column_int64(counter.Get(), 0)) - 1);
-  }
-  if (const int code = sqlite3_errcode(db_);
-      code != SQLITE_OK && code != SQLITE_DONE && code != SQLITE_ROW) {
-    error = Describe(db_, "cannot read the store");
-    return false;
-  }
-  return true;
+  // Runs a query and hands each row to `row`; false on any failure.
+  const auto each = [this, &error](const char* sql, const auto& row) {
+    Statement query;
+    int rc = query.Prepare(db_, sql) ? SQLITE_ROW : SQLITE_ERROR;
+    while (rc == SQLITE_ROW && (rc = sqlite3_step(query.Get())) == SQLITE_ROW)
+      row(query.Get());
+    if (rc != SQLITE_DONE) error = Describe(db_, "cannot read the store");
+    return rc == SQLITE_DONE;
+  };
+  return each("SELECT id, receiver, sender, block FROM grnt_message ORDER BY id",
+              [&](sqlite3_stmt* q) {
+                GrntStoredMessage m;
+                m.id = static_cast<std::uint64_t>(sqlite3_column_int64(q, 0));
+                m.receiver = ColumnText(q, 1);
+                m.sender = ColumnText(q, 2);
+                m.block = ColumnText(q, 3);
+                seen(m.id);
+                messages.push_back(std::move(m));
+              }) &&
+         each("SELECT id, sender, result FROM grnt_result ORDER BY id",
+              [&](sqlite3_stmt* q) {
+                GrntStoredResult r;
+                r.id = static_cast<std::uint64_t>(sqlite3_column_int64(q, 0));
+                r.sender = ColumnText(q, 1);
+                r.result = static_cast<std::uint32_t>(sqlite3_column_int64(q, 2));
+                seen(r.id);
+                results.push_back(std::move(r));
+              }) &&
+         // Confirmed ids are gone from both tables; the kept counter makes
+         // sure they are never given out again.
+         each("SELECT value FROM grnt_meta WHERE name = 'next_id'", [&](sqlite3_stmt* q) {
+           seen(static_cast<std::uint64_t>(sqlite3_column_int64(q, 0)) - 1);
+         });
 }
 
 bool CGrntStore::Write(const std::vector<GrntChange>& changes, std::uint64_t nextId,

@@ -48,7 +48,7 @@ std::string ReadFile(const std::string& path) {
   return bytes.str();
 }
 
-class GrntTest : public RouterTest {
+class RouterGrntTest : public RouterTest {
  protected:
   // Waits until the router's log holds `text`.
   bool LogSays(const std::string& text) {
@@ -66,7 +66,7 @@ class GrntTest : public RouterTest {
   }
 };
 
-TEST_F(GrntTest, OfflineReceiverGetsEverythingInOrderAndTheSenderEveryResult) {
+TEST_F(RouterGrntTest, OfflineReceiverGetsEverythingInOrderAndTheSenderEveryResult) {
   StartRouter();
   constexpr std::uint32_t kCount = 40;
   Conn sender;
@@ -124,7 +124,7 @@ TEST_F(GrntTest, OfflineReceiverGetsEverythingInOrderAndTheSenderEveryResult) {
   EXPECT_EQ(m->Id(ZQMQ_FIELD_GRNTID), id);
 }
 
-TEST_F(GrntTest, PostsTheStoreCannotTakeAreRefusedWhilePlainTrafficFlows) {
+TEST_F(RouterGrntTest, PostsTheStoreCannotTakeAreRefusedWhilePlainTrafficFlows) {
   StartRouter("grnt_max_messages=3\n");
   Conn sender, receiver;
   ASSERT_EQ(Connect(sender, "sender"), 0u);
@@ -158,7 +158,7 @@ TEST_F(GrntTest, PostsTheStoreCannotTakeAreRefusedWhilePlainTrafficFlows) {
   EXPECT_EQ(PostGrnt(sender.handle, router_->Address("receiver"), 1, 0), 0u);
 }
 
-TEST_F(GrntTest, AFullDiskRefusesGuaranteedPostsWithALogLineAndPlainPostsGoOn) {
+TEST_F(RouterGrntTest, AFullDiskRefusesGuaranteedPostsWithALogLineAndPlainPostsGoOn) {
   // The store file may not grow past 96 KiB: as a disk that fills up.
   StartRouter("grnt_file_limit=98304\n");
   Conn sender, receiver;
@@ -189,7 +189,7 @@ TEST_F(GrntTest, AFullDiskRefusesGuaranteedPostsWithALogLineAndPlainPostsGoOn) {
   EXPECT_TRUE(LogSays("Guaranteed-delivery store written again;posts refused meanwhile 1"));
 }
 
-TEST_F(GrntTest, ConfirmationsOfUnknownOrForeignIdsAreLoggedAndChangeNothing) {
+TEST_F(RouterGrntTest, ConfirmationsOfUnknownOrForeignIdsAreLoggedAndChangeNothing) {
   StartRouter();
   Conn sender;
   ASSERT_EQ(Connect(sender, "sender"), 0u);
@@ -218,7 +218,7 @@ TEST_F(GrntTest, ConfirmationsOfUnknownOrForeignIdsAreLoggedAndChangeNothing) {
   EXPECT_EQ(m->Id(ZQMQ_FIELD_GRNTID), id);
 }
 
-TEST_F(GrntTest, AStoreFileThatIsNotADatabaseStopsTheRouterAndStaysUntouched) {
+TEST_F(RouterGrntTest, AStoreFileThatIsNotADatabaseStopsTheRouterAndStaysUntouched) {
   router_ = std::make_unique<RouterProcess>();
   const std::string path = router_->Dir().Path("zqrouter-grnt.db");
   std::string garbage(5000, '\0');
@@ -240,7 +240,7 @@ TEST_F(GrntTest, AStoreFileThatIsNotADatabaseStopsTheRouterAndStaysUntouched) {
 // end every post that returned 0 has been delivered and its delivery result
 // reached its sender; duplicates are counted and reported. ZQ_GRNT_KILLS
 // sets the number of kills (200 by default).
-TEST_F(GrntTest, NothingAnsweredIsLostAcrossHundredsOfKills) {
+TEST_F(RouterGrntTest, NothingAnsweredIsLostAcrossHundredsOfKills) {
   constexpr int kSenders = 3;
   constexpr int kReceivers = 2;
   const char* env = std::getenv("ZQ_GRNT_KILLS");
