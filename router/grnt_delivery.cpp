@@ -74,8 +74,10 @@ bool CRouterCore::AttachStore(CGrntStore& store, std::string& error) {
     static_cast<GrntStoredMessage&>(entry) = std::move(m);
   }
   for (GrntStoredResult& r : results) {
-    grntOutbox_[r.sender].insert(r.id);
-    static_cast<GrntStoredResult&>(grntResults_[r.id]) = std::move(r);
+    grntOutbox_[r.sender].emplace(nextResultOrder_, r.id);
+    GrntResult& entry = grntResults_[r.id];
+    entry.order = nextResultOrder_++;
+    static_cast<GrntStoredResult&>(entry) = std::move(r);
   }
   Log(ZQLOG_INFO,
       "Guaranteed-delivery store loaded;messages %u;results %u;next id %llu;writable %d",
@@ -141,7 +143,8 @@ void CRouterCore::HandleGrntConfirm(Peer& peer, std::uint32_t type, std::uint64_
     grntConfirmed_.push_back(id);
   } else {
     result->second.confirming = true;
-    if (id <= peer.resultSentUpTo && peer.resultsInFlight > 0) --peer.resultsInFlight;
+    if (result->second.order <= peer.resultSentUpTo && peer.resultsInFlight > 0)
+      --peer.resultsInFlight;
     resultsConfirmed_.push_back(id);
   }
 }
@@ -209,8 +212,8 @@ void CRouterCore::ApplyGrntBatch(bool committed, Ms now) {
     if (inbox->second.empty()) grntInbox_.erase(inbox);
     touched.insert(m.receiver);
     touched.insert(m.sender);
-    grntOutbox_[m.sender].insert(id);
-    grntResults_[id] = GrntResult{{id, m.sender, 0}, false};
+    grntOutbox_[m.sender].emplace(nextResultOrder_, id);
+    grntResults_[id] = GrntResult{{id, m.sender, 0}, nextResultOrder_++, false};
     grntMessages_.erase(found);
   }
   for (const std::uint64_t id : resultsConfirmed_) {
@@ -221,7 +224,7 @@ void CRouterCore::ApplyGrntBatch(bool committed, Ms now) {
     }
     const auto outbox = grntOutbox_.find(found->second.sender);
     touched.insert(found->second.sender);
-    outbox->second.erase(id);
+    outbox->second.erase(found->second.order);
     if (outbox->second.empty()) grntOutbox_.erase(outbox);
     grntResults_.erase(found);
   }
@@ -252,8 +255,8 @@ void CRouterCore::PumpGrnt(Peer& peer, Ms now) {
   if (const auto outbox = grntOutbox_.find(peer.app); outbox != grntOutbox_.end()) {
     for (auto it = outbox->second.upper_bound(peer.resultSentUpTo);
          it != outbox->second.end() && peer.resultsInFlight < kResultWindow; ++it) {
-      const GrntResult& r = grntResults_.at(*it);
-      peer.resultSentUpTo = *it;
+      const GrntResult& r = grntResults_.at(it->second);
+      peer.resultSentUpTo = it->first;
       ++peer.resultsInFlight;
       EnqueueFrame(peer, mq::kLLGrntResult, {LEBytes(r.id), LEBytes(r.result)}, now);
     }

@@ -1,6 +1,11 @@
 #include "grnt_store.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 namespace zq::router {
 namespace {
@@ -84,6 +89,16 @@ std::unique_ptr<CGrntStore> CGrntStore::Open(const std::string& path, std::uint6
     error = Describe(db, "cannot open");
     return nullptr;
   }
+  // One router per store: a second one would deliver the same messages.
+  // The lock is flock(2), apart from SQLite's own fcntl locks.
+  if (path != ":memory:") {
+    store->lock_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (store->lock_ < 0 || flock(store->lock_, LOCK_EX | LOCK_NB) != 0) {
+      fatal = store->lock_ >= 0 && errno == EWOULDBLOCK;
+      error = fatal ? std::string("in use by another router") : "cannot lock the file";
+      return nullptr;
+    }
+  }
   // The first read checks the file header before anything is written, so a
   // file that is not a database is refused untouched.
   sqlite3_stmt* probe = nullptr;
@@ -140,6 +155,9 @@ CGrntStore::CGrntStore(sqlite3* db) : db_(db) {}
 CGrntStore::~CGrntStore() {
   statements_.reset();
   sqlite3_close(db_);
+  // Only after SQLite is done with the file: closing a descriptor of it
+  // drops every fcntl lock the process holds on it.
+  if (lock_ >= 0) close(lock_);
 }
 
 bool CGrntStore::Exec(const char* sql, std::string& error) {

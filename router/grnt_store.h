@@ -72,6 +72,7 @@ class CGrntStore {
   bool Write(const std::vector<GrntChange>& changes, std::uint64_t nextId, std::string& error);
 
   sqlite3* db_;
+  int lock_ = -1;  // flock'ed: one router per store
   bool writable_ = true;
   struct Statements;
   std::unique_ptr<Statements> statements_;

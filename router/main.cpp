@@ -64,8 +64,9 @@ int HashCommand() {
 }
 
 // The guaranteed-delivery store under the data directory. A file that is
-// not a store stops the router (and is left as it is); a store that cannot
-// be opened otherwise leaves the router running without guaranteed delivery.
+// not a store, or a store another router holds, stops the router (the file
+// is left as it is); a store that cannot be opened otherwise leaves the
+// router running without guaranteed delivery.
 std::unique_ptr<CGrntStore> OpenStore(const Settings& settings, CRouterCore& core,
                                       std::uint32_t log, bool& fatal) {
   const std::string path = settings.dataDir + "/" + kGrntStoreFile;
@@ -80,11 +81,13 @@ std::unique_ptr<CGrntStore> OpenStore(const Settings& settings, CRouterCore& cor
     return store;
   }
   if (fatal) {
-    std::fprintf(stderr, "zqrouter: %s is not a guaranteed-delivery store (%s); left untouched\n",
+    std::fprintf(stderr,
+                 "zqrouter: cannot use the guaranteed-delivery store %s: %s; the file is left as "
+                 "it is\n",
                  path.c_str(), error.c_str());
     ZqLogCustErrorEx(log, "zqrouter",
-                     "Cannot start: %s is not a store: %s;the file is left as it is", path.c_str(),
-                     error.c_str());
+                     "Cannot start: cannot use the store %s: %s;the file is left as it is",
+                     path.c_str(), error.c_str());
   } else {
     std::fprintf(stderr, "zqrouter: no guaranteed delivery: %s: %s\n", path.c_str(), error.c_str());
     ZqLogCustErrorEx(log, "zqrouter",

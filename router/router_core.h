@@ -78,12 +78,12 @@ struct Peer {
   bool idlePinged = false;
   bool loginChecking = false;  // a login's password is being checked
   std::vector<std::string> services;
-  // Guaranteed delivery on this connection: messages and delivery results
-  // go out in id order, so the last id sent says what was sent; what awaits
-  // confirmation is bounded.
+  // Guaranteed delivery on this connection: messages go out in id order and
+  // delivery results in the order they were made, so the last one sent says
+  // what was sent; what awaits confirmation is bounded.
   std::uint64_t grntSentUpTo = 0;
   std::uint64_t grntInFlightBytes = 0;
-  std::uint64_t resultSentUpTo = 0;
+  std::uint64_t resultSentUpTo = 0;  // a result order
   std::uint32_t resultsInFlight = 0;
 };
 
@@ -263,6 +263,9 @@ class CRouterCore {
     bool confirming = false;  // its confirmation is in the current batch
   };
   struct GrntResult : GrntStoredResult {
+    // Results come in the order of confirmations, not of ids: each gets
+    // the next of nextResultOrder_, the order its sender gets them in.
+    std::uint64_t order = 0;
     bool confirming = false;
   };
   struct GrntPost {
@@ -274,7 +277,9 @@ class CRouterCore {
   std::map<std::uint64_t, GrntMessage> grntMessages_;
   std::unordered_map<std::string, std::set<std::uint64_t>> grntInbox_;  // receiver → ids
   std::map<std::uint64_t, GrntResult> grntResults_;
-  std::unordered_map<std::string, std::set<std::uint64_t>> grntOutbox_;  // sender → ids
+  // sender → result order → id
+  std::unordered_map<std::string, std::map<std::uint64_t, std::uint64_t>> grntOutbox_;
+  std::uint64_t nextResultOrder_ = 1;
   std::uint64_t grntBytes_ = 0;  // stored and pending blocks
   std::uint64_t nextGrntId_ = 1;
   std::vector<GrntPost> grntPosts_;

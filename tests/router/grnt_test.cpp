@@ -116,12 +116,24 @@ TEST_F(RouterGrntTest, OfflineReceiverGetsEverythingInOrderAndTheSenderEveryResu
   ASSERT_EQ(Connect(receiver, "receiver"), 0u);
   EXPECT_FALSE(Take(sender, 300));
   EXPECT_FALSE(Take(receiver, 300));
-  std::uint64_t id = 0;
-  ASSERT_EQ(PostGrnt(sender.handle, router_->Address("receiver"), 1, 0, &id), 0u);
-  EXPECT_GT(id, ids.back()) << "an id was given out twice";
+  std::uint64_t early = 0, late = 0;
+  ASSERT_EQ(PostGrnt(sender.handle, router_->Address("latecomer"), 1, 0, &early), 0u);
+  ASSERT_EQ(PostGrnt(sender.handle, router_->Address("receiver"), 1, 1, &late), 0u);
+  EXPECT_GT(early, ids.back()) << "an id was given out twice";
   const auto m = Take(receiver);
   ASSERT_TRUE(m);
-  EXPECT_EQ(m->Id(ZQMQ_FIELD_GRNTID), id);
+  EXPECT_EQ(m->Id(ZQMQ_FIELD_GRNTID), late);
+  // Results come in the order of deliveries, whatever the order of ids.
+  for (const auto& [app, id] : {std::pair{"", late}, std::pair{"latecomer", early}}) {
+    Conn latecomer;
+    if (*app != '\0') {
+      ASSERT_EQ(Connect(latecomer, app), 0u);
+      ASSERT_TRUE(Take(latecomer));
+    }
+    const auto result = Take(sender);
+    ASSERT_TRUE(result && IsGrntResult(*result));
+    EXPECT_EQ(result->Id(ZQMQ_FIELD_GRNTID), id);
+  }
 }
 
 TEST_F(RouterGrntTest, PostsTheStoreCannotTakeAreRefusedWhilePlainTrafficFlows) {
@@ -218,7 +230,7 @@ TEST_F(RouterGrntTest, ConfirmationsOfUnknownOrForeignIdsAreLoggedAndChangeNothi
   EXPECT_EQ(m->Id(ZQMQ_FIELD_GRNTID), id);
 }
 
-TEST_F(RouterGrntTest, AStoreFileThatIsNotADatabaseStopsTheRouterAndStaysUntouched) {
+TEST_F(RouterGrntTest, AStoreThatIsNotADatabaseOrIsInUseStopsTheRouterAndStaysUntouched) {
   router_ = std::make_unique<RouterProcess>();
   const std::string path = router_->Dir().Path("zqrouter-grnt.db");
   std::string garbage(5000, '\0');
@@ -227,12 +239,20 @@ TEST_F(RouterGrntTest, AStoreFileThatIsNotADatabaseStopsTheRouterAndStaysUntouch
   std::ofstream(path, std::ios::binary) << garbage;
   std::string errors;
   EXPECT_EQ(router_->ExitAtStart(errors), 1);
-  EXPECT_NE(errors.find("is not a guaranteed-delivery store (cannot read: file is not a database)"),
+  EXPECT_NE(errors.find("cannot use the guaranteed-delivery store " + path +
+                        ": cannot read: file is not a database; the file is left as it is"),
             std::string::npos)
       << errors;
   EXPECT_EQ(ReadFile(path), garbage);
   EXPECT_FALSE(std::filesystem::exists(path + "-wal"));
   EXPECT_NE(router_->Log().find("is left as it is"), std::string::npos);
+
+  // A second router on the data directory of a running one.
+  std::filesystem::remove(path);
+  ASSERT_TRUE(router_->Start());
+  RouterProcess second;
+  EXPECT_EQ(second.ExitAtStart(errors, {"--data-dir", router_->Dir().path().string()}), 1);
+  EXPECT_NE(errors.find(": in use by another router;"), std::string::npos) << errors;
 }
 
 // The crash loop: senders post, receivers take (and so confirm), and the
@@ -259,8 +279,9 @@ TEST_F(RouterGrntTest, NothingAnsweredIsLostAcrossHundredsOfKills) {
 
   const auto reconnect = [&](Conn& conn, const std::string& app) {
     ZqMQDisconnect(conn.handle);
-    while (!stopAll &&
-           ZqMQConnectEx(conn.handle, router_->ConnectionString(app).c_str(), 1000, nullptr) != 0) {
+    // The port stays; the router object is being restarted meanwhile.
+    const std::string text = "APPNAME=" + app + ";PORT=" + std::to_string(port);
+    while (!stopAll && ZqMQConnectEx(conn.handle, text.c_str(), 1000, nullptr) != 0) {
       ZqMQDisconnect(conn.handle);
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
