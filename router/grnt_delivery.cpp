@@ -119,8 +119,7 @@ void CRouterCore::RefuseGrntConfirm(const Peer& peer, std::uint32_t type, std::u
 // receiver of a message, the sender of a result). Another application's id,
 // or an id of the other kind, is MQ:UNEXPECTED_GRNT_CONF; an id the store
 // does not hold (never given, or confirmed already) is MQ:GRNT_NOT_EXISTS.
-void CRouterCore::HandleGrntConfirm(Peer& peer, std::uint32_t type, std::uint64_t id, Ms now) {
-  (void)now;
+void CRouterCore::HandleGrntConfirm(Peer& peer, std::uint32_t type, std::uint64_t id) {
   const auto message = grntMessages_.find(id);
   const auto result = grntResults_.find(id);
   const bool ofMessage = type == mq::kLLGrntConfirm;

@@ -330,7 +330,7 @@ void CRouterCore::HandleFrame(Peer& peer, const mq::CLLMsg& frame, Ms now) {
           ZqErrGetDescrStr(ZQERR_MQ_INCORRECT_LLMSG), frame.BodySize());
       return;
     }
-    return HandleGrntConfirm(peer, type, LoadU64(frame.Body()), now);
+    return HandleGrntConfirm(peer, type, LoadU64(frame.Body()));
   }
   Operation op{};
   switch (type) {

@@ -220,7 +220,7 @@ class CRouterCore {
   // Guaranteed delivery (grnt_delivery.cpp).
   void HandleGrntPost(Peer& peer, const Operation& op, const msg::BlockLayout& layout, Ms now);
   std::uint32_t CheckGrntPost(std::string_view to, std::uint64_t size) const;
-  void HandleGrntConfirm(Peer& peer, std::uint32_t type, std::uint64_t id, Ms now);
+  void HandleGrntConfirm(Peer& peer, std::uint32_t type, std::uint64_t id);
   void RefuseGrntConfirm(const Peer& peer, std::uint32_t type, std::uint64_t id, std::uint32_t rc);
   void ApplyGrntBatch(bool committed, Ms now);
   void PumpGrnt(Peer& peer, Ms now);
