@@ -4,10 +4,13 @@
 // whether time moves on afterwards (bit 1), a byte of length, then that many
 // bytes for the client. Client "b" has said its hello already, so frames
 // from "a" can reach it. What the router queues is taken as written, and
-// clients it closes are closed.
+// clients it closes are closed; guaranteed posts are kept in a store in
+// memory and committed after each step.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <string>
 
 #include "router_core.h"
 
@@ -16,6 +19,7 @@ using namespace zq::router;
 namespace {
 
 void Drain(CRouterCore& core, Ms now) {
+  core.EndPass(now);
   for (const PeerId id : core.TakeDirty()) {
     Peer* peer = core.Find(id);
     if (peer == nullptr) continue;
@@ -39,6 +43,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   AccessList access;
   access.admins = "root";
   CRouterCore core(settings, access, 0);
+  // Guaranteed posts and confirmations go to a store in memory.
+  std::string error;
+  bool fatal = false;
+  const std::unique_ptr<CGrntStore> store = CGrntStore::Open(":memory:", 0, error, fatal);
+  if (!store || !core.AttachStore(*store, error)) return 0;
   Ms now = 1000;
   PeerId peers[2] = {core.Accept("fuzz-a", now), core.Accept("fuzz-b", now)};
   static const char kHello[] = "Local\0APPNAME=b\0";

@@ -308,6 +308,9 @@ int CEventLoop::Run() {
       epoll_ctl(epoll_, EPOLL_CTL_ADD, listener_, &event);
     }
     core_.Tick(now);
+    // The GRNT posts and confirmations read in this pass: one commit, then
+    // their answers join the output written below.
+    core_.EndPass(now);
     for (const PeerId id : core_.TakeDirty())
       Flush(id, now);
     // Log lines reach the file within a second whatever its buffering.

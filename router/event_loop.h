@@ -2,7 +2,8 @@
 // socket, a signalfd for SIGTERM, SIGINT and SIGHUP, and every client's
 // non-blocking socket. Bytes read go to the router core; what the core
 // queues is written with writev once per pass, so the answers one pass
-// produces for a client leave in one write.
+// produces for a client leave in one write; the guaranteed-delivery posts
+// of a pass are committed together just before.
 #pragma once
 
 #include <cstdint>

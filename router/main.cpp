@@ -4,9 +4,11 @@
 
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <string>
 
 #include "event_loop.h"
+#include "grnt_store.h"
 #include "password.h"
 #include "router_core.h"
 #include "settings.h"
@@ -61,6 +63,40 @@ int HashCommand() {
   return 0;
 }
 
+// The guaranteed-delivery store under the data directory. A file that is
+// not a store, or a store another router holds, stops the router (the file
+// is left as it is); a store that cannot be opened otherwise leaves the
+// router running without guaranteed delivery.
+std::unique_ptr<CGrntStore> OpenStore(const Settings& settings, CRouterCore& core,
+                                      std::uint32_t log, bool& fatal) {
+  const std::string path = settings.dataDir + "/" + kGrntStoreFile;
+  std::string error;
+  std::unique_ptr<CGrntStore> store = CGrntStore::Open(path, settings.grntFileLimit, error, fatal);
+  if (store && !core.AttachStore(*store, error)) store.reset();
+  if (store) {
+    if (!store->Writable()) {
+      ZqLogCustErrorEx(log, "zqrouter", "Guaranteed-delivery store is read-only;file '%s'",
+                       path.c_str());
+    }
+    return store;
+  }
+  if (fatal) {
+    std::fprintf(stderr,
+                 "zqrouter: cannot use the guaranteed-delivery store %s: %s; the file is left as "
+                 "it is\n",
+                 path.c_str(), error.c_str());
+    ZqLogCustErrorEx(log, "zqrouter",
+                     "Cannot start: cannot use the store %s: %s;the file is left as it is",
+                     path.c_str(), error.c_str());
+  } else {
+    std::fprintf(stderr, "zqrouter: no guaranteed delivery: %s: %s\n", path.c_str(), error.c_str());
+    ZqLogCustErrorEx(log, "zqrouter",
+                     "Guaranteed-delivery store unusable, GRNT posts refused;file '%s';%s",
+                     path.c_str(), error.c_str());
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -95,6 +131,12 @@ int main(int argc, char** argv) {
 
   CEventLoop::BlockSignals();
   CRouterCore core(settings, std::move(access), log);
+  bool storeFatal = false;
+  const std::unique_ptr<CGrntStore> store = OpenStore(settings, core, log, storeFatal);
+  if (storeFatal) {
+    ZqLogCustClose(log);
+    return 1;
+  }
   const std::string configPath = settings.configPath;
   CEventLoop loop(
       core,

@@ -287,6 +287,7 @@ void CRouterCore::Admit(Peer& peer, Ms now) {
   answer.raw.assign(4, '\0');
   Enqueue(peer, std::move(answer), now);
   SendStatus(peer, now);
+  PumpGrnt(peer, now);
   Log(ZQLOG_INFO, "Application connected;app '%s';peer %s;authenticated %d", peer.app.c_str(),
       peer.remote.c_str(), peer.authenticated ? 1 : 0);
   Resume(peer, now);
@@ -343,9 +344,14 @@ void CRouterCore::HandleFrame(Peer& peer, const mq::CLLMsg& frame, Ms now) {
   const std::uint32_t type = frame.Type();
   if (type == mq::kLLPing) return;
   if (type == mq::kLLGrntConfirm || type == mq::kLLGrntResultConfirm) {
-    Log(ZQLOG_WARNING, "Guaranteed-delivery confirmation dropped: no store;app '%s'",
-        peer.app.c_str());
-    return;
+    // Not an operation: nothing is answered, a bad one is logged.
+    if (frame.BodySize() != 8) {
+      Log(ZQLOG_WARNING, "GRNT confirmation dropped;app '%s';type 0x%X;code 0x%X %s;len %u",
+          peer.app.c_str(), type, ZQERR_MQ_INCORRECT_LLMSG,
+          ZqErrGetDescrStr(ZQERR_MQ_INCORRECT_LLMSG), frame.BodySize());
+      return;
+    }
+    return HandleGrntConfirm(peer, type, LoadU64(frame.Body()));
   }
   Operation op{};
   switch (type) {
@@ -423,6 +429,27 @@ std::uint32_t CRouterCore::RouteTo(std::string_view to, Peer*& target) {
   return target != nullptr ? 0 : ZQERR_ROUTE_NO_ROUTE;
 }
 
+// A GRNT post may name an application that is not connected: it may come
+// later. Only when the INI lists the applications is another name refused.
+std::uint32_t CRouterCore::CheckGrntPost(std::string_view to, std::uint64_t size) const {
+  std::string_view node, app;
+  if (store_ == nullptr) return ZQERR_COMMON_NOT_SUPPORTED;
+  if (!store_->Writable()) return ZQERR_DB_DRIVER_ERROR;
+  if (!SplitAddress(to, node, app)) return ZQERR_ROUTE_INVALID_ADDRESS;
+  if (node != settings_.node) return ZQERR_ROUTE_POSTED_TO_FOREIGN_ADDRESS;
+  if (app == kRouterAppName) return ZQERR_ROUTE_ME_ITSELF;
+  if (!IsValidAppName(app)) return ZQERR_ROUTE_INVALID_ADDRESS;
+  if (!access_.applications.empty() && access_.applications.count(std::string(app)) == 0) {
+    return ZQERR_ROUTE_NO_ROUTE;
+  }
+  if (size > mq::kLLMaxBody) return ZQERR_MQ_LL_SIZE_TOOBIG;
+  if (grntMessages_.size() + grntPosts_.size() >= settings_.grntMaxMessages ||
+      grntBytes_ + size > settings_.grntMaxBytes) {
+    return ZQERR_COMMON_OVERFLOW;
+  }
+  return 0;
+}
+
 void CRouterCore::HandlePost(Peer& peer, const Operation& op, Ms now) {
   msg::BlockLayout layout;
   if (!ScanOrDrop(peer, op.data, op.size, layout)) return;
@@ -433,7 +460,7 @@ void CRouterCore::HandlePost(Peer& peer, const Operation& op, Ms now) {
     std::uint32_t flagsSize = 0;
     if (msg::ReadFieldFromBlock(op.data, op.size, "Zq_Flags", &flags, &flagsSize) == 0 &&
         flagsSize > 0 && (*static_cast<const unsigned char*>(flags) & 1) != 0) {
-      rc = ZQERR_COMMON_NOT_SUPPORTED;  // guaranteed delivery needs the store
+      return HandleGrntPost(peer, op, layout, now);
     }
   }
   Peer* target = nullptr;
@@ -608,6 +635,8 @@ RouterFigures CRouterCore::Figures(Ms now) const {
   }
   f.services = services_.size();
   f.uptimeMs = started_ == kNever || now < started_ ? 0 : now - started_;
+  f.grntStoredMsgs = grntMessages_.size();
+  f.grntStoredBytes = grntBytes_;
   return f;
 }
 
@@ -855,6 +884,7 @@ void CRouterCore::SendResult(Peer& peer, std::uint32_t type, std::uint32_t op, s
 
 void CRouterCore::SendStatus(Peer& peer, Ms now) {
   std::uint32_t state = kStateRunning;
+  if (store_ != nullptr && store_->Writable()) state |= kStateGuaranteed;
   if (peer.authenticated) state |= kStateAuthenticated;
   if (peer.loginId != 0) state |= kStateLoggedIn;
   OwnMessage status(kTypeStatus);

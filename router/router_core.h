@@ -10,11 +10,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "grnt_store.h"
 #include "mq/llmsg.h"
 #include "msg/message.h"
 #include "router_stats.h"
@@ -77,6 +79,13 @@ struct Peer {
   bool idlePinged = false;
   bool loginChecking = false;  // a login's password is being checked
   std::vector<std::string> services;
+  // Guaranteed delivery on this connection: messages go out in id order and
+  // delivery results in the order they were made, so the last one sent says
+  // what was sent; what awaits confirmation is bounded.
+  std::uint64_t grntSentUpTo = 0;
+  std::uint64_t grntInFlightBytes = 0;
+  std::uint64_t resultSentUpTo = 0;  // a result order
+  std::uint32_t resultsInFlight = 0;
 };
 
 // A password to check against its hash, for a hello or a login. Checks take
@@ -125,6 +134,16 @@ class CRouterCore {
   void SetPasswordChecker(std::function<void(PasswordCheck)> submit);
   // The answer of a check handed to the checker.
   void PasswordChecked(const PasswordCheck& done, Ms now);
+
+  // Guaranteed delivery from `store` (which outlives the core): what it
+  // holds is loaded and delivered from now on. Without a store GRNT posts
+  // are refused. False, with `error`, when the store cannot be read.
+  bool AttachStore(CGrntStore& store, std::string& error);
+  // The end of a pass of the event loop: the GRNT posts and confirmations
+  // read in it are committed in one transaction, then answered and
+  // delivered.
+  void EndPass(Ms now);
+  std::size_t GrntStoredCount() const { return grntMessages_.size(); }
 
   // Peers with new output or a new state since the last call.
   std::vector<PeerId> TakeDirty();
@@ -220,6 +239,14 @@ class CRouterCore {
   std::uint64_t SendSystemPing(Peer& target, PendingKind kind, Ms deadline, PeerId newcomer,
                                Ms now);
 
+  // Guaranteed delivery (grnt_delivery.cpp).
+  void HandleGrntPost(Peer& peer, const Operation& op, const msg::BlockLayout& layout, Ms now);
+  std::uint32_t CheckGrntPost(std::string_view to, std::uint64_t size) const;
+  void HandleGrntConfirm(Peer& peer, std::uint32_t type, std::uint64_t id);
+  void RefuseGrntConfirm(const Peer& peer, std::uint32_t type, std::uint64_t id, std::uint32_t rc);
+  void ApplyGrntBatch(bool committed, Ms now);
+  void PumpGrnt(Peer& peer, Ms now);
+
   // Output.
   void Enqueue(Peer& peer, OutChunk chunk, Ms now);
   void EnqueueFrame(Peer& peer, std::uint32_t type, std::initializer_list<mq::Bytes> parts, Ms now);
@@ -258,6 +285,36 @@ class CRouterCore {
   CRouterStats stats_{this};
   Ms started_ = kNever;
   Ms nextStats_ = 0;
+
+  // Guaranteed delivery: everything the store holds, by id and by
+  // application, and the changes of the current pass.
+  struct GrntMessage : GrntStoredMessage {
+    bool confirming = false;  // its confirmation is in the current batch
+  };
+  struct GrntResult : GrntStoredResult {
+    // Results come in the order of confirmations, not of ids: each gets
+    // the next of nextResultOrder_, the order its sender gets them in.
+    std::uint64_t order = 0;
+    bool confirming = false;
+  };
+  struct GrntPost {
+    GrntStoredMessage message;
+    PeerId peer = 0;
+    std::uint32_t operation = 0;
+  };
+  CGrntStore* store_ = nullptr;
+  std::map<std::uint64_t, GrntMessage> grntMessages_;
+  std::unordered_map<std::string, std::set<std::uint64_t>> grntInbox_;  // receiver → ids
+  std::map<std::uint64_t, GrntResult> grntResults_;
+  // sender → result order → id
+  std::unordered_map<std::string, std::map<std::uint64_t, std::uint64_t>> grntOutbox_;
+  std::uint64_t nextResultOrder_ = 1;
+  std::uint64_t grntBytes_ = 0;  // stored and pending blocks
+  std::uint64_t nextGrntId_ = 1;
+  std::vector<GrntPost> grntPosts_;
+  std::vector<std::uint64_t> grntConfirmed_, resultsConfirmed_;
+  std::uint64_t grntRefusedSinceFailure_ = 0;
+  bool storeFailing_ = false;
 };
 
 }  // namespace zq::router

@@ -91,6 +91,11 @@ const Setting kSettings[] = {
     {"name_check_timeout_ms", nullptr,
      ApplyNumber<std::uint32_t, &Settings::nameCheckMs, 1, 600000>},
     {"keepalive_ms", nullptr, ApplyNumber<std::uint32_t, &Settings::keepaliveMs, 0, kMaxU32>},
+    {"grnt_max_messages", nullptr,
+     ApplyNumber<std::uint64_t, &Settings::grntMaxMessages, 1, 1ull << 40>},
+    {"grnt_max_bytes", nullptr, ApplyNumber<std::uint64_t, &Settings::grntMaxBytes, 1, 1ull << 44>},
+    {"grnt_file_limit", nullptr,
+     ApplyNumber<std::uint64_t, &Settings::grntFileLimit, 0, 1ull << 50>},
 };
 
 bool ReadIniSettings(const std::string& path, Settings& settings, std::string& error) {

@@ -35,6 +35,12 @@ struct Settings {
   std::uint32_t timeSyncPeriodMs = 60000;      // 0: no time sync
   std::uint32_t nameCheckMs = 2000;            // a held name's holder must answer
   std::uint32_t keepaliveMs = 30000;           // ping a client we sent nothing to
+  // Guaranteed delivery: what the store may hold (messages awaiting their
+  // receiver, and their bytes) before new posts are refused, and a cap on
+  // the store file's size (0: none; past it writes fail as on a full disk).
+  std::uint64_t grntMaxMessages = 1000000;
+  std::uint64_t grntMaxBytes = 256ull << 20;
+  std::uint64_t grntFileLimit = 0;
 };
 
 // Reads the command line (and the INI file it names) into `settings`. On a

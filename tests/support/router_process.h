@@ -48,20 +48,7 @@ class RouterProcess {
   bool Start(std::uint16_t port = 0, std::vector<std::string> extra = {}) {
     const std::string out = dir_.Path("stdout.txt");
     std::remove(out.c_str());
-    std::vector<std::string> args = {ZQROUTER_PATH, "--config", dir_.Path("zqrouter.ini"), "--port",
-                                     std::to_string(port)};
-    args.insert(args.end(), extra.begin(), extra.end());
-    pid_ = fork();
-    if (pid_ == 0) {
-      FILE* f = std::freopen(out.c_str(), "w", stdout);
-      (void)f;
-      std::vector<char*> argv;
-      for (std::string& arg : args)
-        argv.push_back(arg.data());
-      argv.push_back(nullptr);
-      execv(argv[0], argv.data());
-      _exit(127);
-    }
+    Spawn(port, std::move(extra));
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (std::chrono::steady_clock::now() < deadline) {
       std::ifstream in(out);
@@ -83,6 +70,24 @@ class RouterProcess {
     }
     ADD_FAILURE() << "zqrouter did not say it listens\n" << Log();
     return false;
+  }
+
+  // Starts the router expecting it to stop at start: its exit status (-1
+  // when it listens instead, or does not stop) and its standard error.
+  int ExitAtStart(std::string& errors, std::vector<std::string> extra = {}) {
+    Spawn(0, std::move(extra));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    int status = 0;
+    while (std::chrono::steady_clock::now() < deadline && waitpid(pid_, &status, WNOHANG) != pid_) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (waitpid(pid_, &status, WNOHANG) == 0) return Stop(), -1;
+    pid_ = -1;
+    std::ifstream in(dir_.Path("stderr.txt"));
+    std::stringstream text;
+    text << in.rdbuf();
+    errors = text.str();
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
   // SIGTERM, then the exit status (-1 when it had to be killed).
@@ -129,6 +134,29 @@ class RouterProcess {
   }
 
  private:
+  // Runs the router with its standard output and error in files; the
+  // scratch directory is its data directory unless `extra` says otherwise.
+  void Spawn(std::uint16_t port, std::vector<std::string> extra) {
+    const std::string out = dir_.Path("stdout.txt");
+    const std::string err = dir_.Path("stderr.txt");
+    std::vector<std::string> args = {
+        ZQROUTER_PATH,        "--config",   dir_.Path("zqrouter.ini"), "--port",
+        std::to_string(port), "--data-dir", dir_.path().string()};
+    args.insert(args.end(), extra.begin(), extra.end());
+    pid_ = fork();
+    if (pid_ == 0) {
+      FILE* f = std::freopen(out.c_str(), "w", stdout);
+      f = std::freopen(err.c_str(), "w", stderr);
+      (void)f;
+      std::vector<char*> argv;
+      for (std::string& arg : args)
+        argv.push_back(arg.data());
+      argv.push_back(nullptr);
+      execv(argv[0], argv.data());
+      _exit(127);
+    }
+  }
+
   zqtest::ScratchDir dir_;
   std::string node_;
   pid_t pid_ = -1;
