@@ -32,7 +32,8 @@ std::uint32_t DecimalTypeOfField(const FieldPlace& place) noexcept {
 // The characters of a 16-bit text before its NUL, or `units` without one.
 std::uint32_t WideLength(const std::uint8_t* value, std::uint32_t units) noexcept {
   for (std::uint32_t i = 0; i < units; ++i) {
-    if (value[2 * i] == 0 && value[2 * i + 1] == 0) return i;
+    const std::size_t at = std::size_t{2} * i;
+    if (value[at] == 0 && value[at + 1] == 0) return i;
   }
   return units;
 }

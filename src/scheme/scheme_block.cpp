@@ -16,8 +16,8 @@ namespace {
 // length and its NUL), so that a count is checked against what remains
 // before anything is made for it.
 constexpr std::uint64_t kMinText = 5;
-constexpr std::uint64_t kMinItem = 1 + 3 * kMinText + 3 * 4;
-constexpr std::uint64_t kMinField = 3 * kMinText + 1 + 2 * 4;
+constexpr std::uint64_t kMinItem = 1 + 3 * kMinText + std::uint64_t{3} * 4;
+constexpr std::uint64_t kMinField = 3 * kMinText + 1 + std::uint64_t{2} * 4;
 constexpr std::uint64_t kMinIndex = 2 * kMinText + 1 + 4;
 constexpr std::uint64_t kMinIndexField = kMinText + 1;
 constexpr std::uint64_t kMinCustom = 2 * kMinText;
