@@ -171,6 +171,12 @@ std::uint32_t CConnection::RecvStep(CLLMsg& frame, std::uint32_t sliceMs) noexce
   if (framer.Error() != 0) return framer.Error();
   if (ahead.Size() != 0) {
     if (const std::uint32_t rc = FeedFramer(); rc != 0) return rc;
+  } else if (sliceMs != 0) {
+    // Nothing kept: what is awaited has most likely not come yet, so the
+    // first read waits for it rather than find the socket empty. Whatever
+    // the wait finds but silence, the read reports.
+    pollfd ready{link_.Io().fd, POLLIN, 0};
+    if (os::PollSockets(&ready, 1, PollTimeout(sliceMs)) == 0) return ZQERR_MQ_TIMEOUT;
   }
   const Deadline slice(sliceMs);
   while (!framer.FrameReady()) {
@@ -250,14 +256,6 @@ void CConnection::Defer(CLLMsg&& frame) {
 std::uint32_t CConnection::AwaitOperationResult(std::uint32_t operation, std::uint32_t& result,
                                                 CLLMsg* answer) noexcept {
   const Deadline budget(localTimeout_);
-  // Unless bytes are kept, the answer cannot be there yet: wait for it
-  // before the first read, which saves a read that would only find the
-  // socket empty. Whatever the wait finds, the receive below reports.
-  if (link_.Io().ahead.Size() == 0) {
-    pollfd ready{link_.Io().fd, POLLIN, 0};
-    const std::uint32_t left = budget.RemainingMs();
-    os::PollSockets(&ready, 1, PollTimeout(left < kRecvSliceMs ? left : kRecvSliceMs));
-  }
   for (;;) {
     CLLMsg frame;
     const std::uint32_t rc = RecvLLMsg(frame, budget.RemainingMs());
