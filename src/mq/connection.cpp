@@ -169,6 +169,7 @@ std::uint32_t CConnection::RecvStep(CLLMsg& frame, std::uint32_t sliceMs) noexce
   CLLFramer& framer = link_.Framer();
   ReadAhead& ahead = link_.Io().ahead;
   if (framer.Error() != 0) return framer.Error();
+  const Deadline slice(sliceMs);
   if (ahead.Size() != 0) {
     if (const std::uint32_t rc = FeedFramer(); rc != 0) return rc;
   } else if (sliceMs != 0) {
@@ -178,7 +179,6 @@ std::uint32_t CConnection::RecvStep(CLLMsg& frame, std::uint32_t sliceMs) noexce
     pollfd ready{link_.Io().fd, POLLIN, 0};
     if (os::PollSockets(&ready, 1, PollTimeout(sliceMs)) == 0) return ZQERR_MQ_TIMEOUT;
   }
-  const Deadline slice(sliceMs);
   while (!framer.FrameReady()) {
     const bool inHeader = framer.InHeader();
     const std::uint32_t wanted = framer.Needed();
