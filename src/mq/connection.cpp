@@ -23,6 +23,9 @@ constexpr std::uint32_t kRecvSliceMs = 1500;
 constexpr std::uint32_t kIdlePingMs = 3000;
 constexpr std::uint32_t kPingSendMs = 100;
 constexpr int kDumpBytes = 45;
+// The rest of a body at least this long is read straight into its frame
+// rather than through the read-ahead block.
+constexpr std::uint32_t kDirectBodyBytes = 16 * 1024;
 
 }  // namespace
 
@@ -124,52 +127,93 @@ std::uint32_t CConnection::PingRouter() noexcept {
   return rc;
 }
 
-// One slice of a receive: 0 with a whole frame, MQ:TIMEOUT while bytes are
-// still missing, or the error that made the link unusable.
-std::uint32_t CConnection::RecvStep(CLLMsg& frame, std::uint32_t sliceMs) noexcept {
+// Feeds the framer from the bytes read ahead and logs a header it
+// completes: 0, or the framer's error, which makes the link unusable.
+std::uint32_t CConnection::FeedFramer() noexcept {
   CLLFramer& framer = link_.Framer();
-  if (framer.Error() != 0) return framer.Error();
+  ReadAhead& ahead = link_.Io().ahead;
   const bool inHeader = framer.InHeader();
-  const std::uint32_t wanted = framer.Needed();
-  std::uint32_t got = 0;
-  std::uint32_t rc = RecvExact(link_.Io(), framer.WritePosition(), wanted, got, sliceMs);
-  if (rc != 0 && rc != ZQERR_MQ_TIMEOUT) {
-    valid_ = false;
-    return rc;
-  }
-  if ((rc == 0) != (got == wanted) || got > wanted) {
-    ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
-                "Bad socket result in CConnection::RecvLLMsg(), program logic break;InHdr "
-                "%d;recvLen %d;recvRem %d;error %R",
-                inHeader ? 1 : 0, static_cast<int>(got), static_cast<int>(wanted), rc);
-    valid_ = false;
-    return ZQERR_MQ_SOCK_ERROR;
-  }
-  const std::uint32_t committed = framer.Commit(got);
-  ZQ_LOG_SITE_0(ZqLogInfoEx, kLogCategory,
-                "CConnection::RecvLLMsg();InHdr %d;recvLen %d;recvRem %d", inHeader ? 1 : 0,
-                static_cast<int>(got), static_cast<int>(framer.Needed()));
-  if (inHeader && got == wanted) {
+  ahead.Consume(static_cast<std::uint32_t>(framer.Feed(ahead.Data(), ahead.Size())));
+  return HeaderDone(inHeader);
+}
+
+// After bytes went to a framer that was `inHeader`: logs the header if they
+// completed it, and any error as the link's end.
+std::uint32_t CConnection::HeaderDone(bool inHeader) noexcept {
+  const CLLFramer& framer = link_.Framer();
+  const std::uint32_t error = framer.Error();
+  if (inHeader && (!framer.InHeader() || error != 0)) {
     const LLHeader header = DecodeLLHeader(framer.HeaderBytes());
     ZQ_LOG_SITE_0(ZqLogInfoEx, kLogCategory, "CConnection::RecvLLMsg();system_type 0x%X",
                   header.type);
-    if (committed == ZQERR_MQ_LL_BAD_SIGNATURE) {
+    if (error == ZQERR_MQ_LL_BAD_SIGNATURE) {
       ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
                   "LLMsg-header with bad signature received;mq-conn 0x%X;type 0x%X;ver 0x%X;len "
                   "%u;flags 0x%X;sign 0x%X%X%X%X",
                   Handle(), ZQ_LL_HEADER_ARGS(header));
-    } else if (committed == ZQERR_MQ_LL_SIZE_TOOBIG) {
+    } else if (error == ZQERR_MQ_LL_SIZE_TOOBIG) {
       ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
                   "LLMsg-header with incorrect body size received;mq-conn 0x%X;type 0x%X;ver "
                   "0x%X;len %u;flags 0x%X;sign 0x%X%X%X%X",
                   Handle(), ZQ_LL_HEADER_ARGS(header));
     }
   }
-  if (committed != 0) {
-    valid_ = false;
-    return committed;
+  if (error != 0) valid_ = false;
+  return error;
+}
+
+// One slice of a receive: 0 with a whole frame, MQ:TIMEOUT while bytes are
+// still missing, or the error that made the link unusable. The bytes read
+// ahead go first; a read takes what the socket has into the read-ahead
+// block, except that the rest of a large body goes straight into its frame.
+std::uint32_t CConnection::RecvStep(CLLMsg& frame, std::uint32_t sliceMs) noexcept {
+  CLLFramer& framer = link_.Framer();
+  ReadAhead& ahead = link_.Io().ahead;
+  if (framer.Error() != 0) return framer.Error();
+  const Deadline slice(sliceMs);
+  if (ahead.Size() != 0) {
+    if (const std::uint32_t rc = FeedFramer(); rc != 0) return rc;
+  } else if (sliceMs != 0) {
+    // Nothing kept: what is awaited has most likely not come yet, so the
+    // first read waits for it rather than find the socket empty. Whatever
+    // the wait finds but silence, the read reports.
+    pollfd ready{link_.Io().fd, POLLIN, 0};
+    if (os::PollSockets(&ready, 1, PollTimeout(sliceMs)) == 0) return ZQERR_MQ_TIMEOUT;
   }
-  if (!framer.FrameReady()) return ZQERR_MQ_TIMEOUT;
+  while (!framer.FrameReady()) {
+    const bool inHeader = framer.InHeader();
+    const std::uint32_t wanted = framer.Needed();
+    unsigned char* into = inHeader || wanted < kDirectBodyBytes ? ahead.Room() : nullptr;
+    const bool direct = into == nullptr;
+    const std::uint32_t room = direct ? wanted : kReadAheadSize;
+    if (direct) into = framer.WritePosition();
+    std::uint32_t got = 0;
+    std::uint32_t rc = RecvSome(link_.Io(), into, room, got, slice.RemainingMs());
+    if (rc == ZQERR_MQ_TIMEOUT) return rc;
+    if (rc != 0) {
+      valid_ = false;
+      return rc;
+    }
+    if (got == 0 || got > room) {
+      ZQ_LOG_SITE(ZqLogErrorEx, kLogCategory,
+                  "Bad socket result in CConnection::RecvLLMsg(), program logic break;InHdr "
+                  "%d;recvLen %d;recvRem %d;error %R",
+                  inHeader ? 1 : 0, static_cast<int>(got), static_cast<int>(wanted), rc);
+      valid_ = false;
+      return ZQERR_MQ_SOCK_ERROR;
+    }
+    if (direct) {
+      framer.Commit(got);
+      rc = HeaderDone(inHeader);
+    } else {
+      ahead.Filled(got);
+      rc = FeedFramer();
+    }
+    ZQ_LOG_SITE_0(ZqLogInfoEx, kLogCategory,
+                  "CConnection::RecvLLMsg();InHdr %d;recvLen %d;recvRem %d", inHeader ? 1 : 0,
+                  static_cast<int>(got), static_cast<int>(framer.Needed()));
+    if (rc != 0) return rc;
+  }
   frame = framer.TakeFrame();
   CountReceived(frame.Type());
   const LLHeader header = frame.Header();
@@ -214,14 +258,6 @@ void CConnection::Defer(CLLMsg&& frame) {
 std::uint32_t CConnection::AwaitOperationResult(std::uint32_t operation, std::uint32_t& result,
                                                 CLLMsg* answer) noexcept {
   const Deadline budget(localTimeout_);
-  // The answer cannot be there yet: wait for it before the first read, which
-  // saves a read that would only find the socket empty. Whatever the wait
-  // finds, the receive below reports.
-  {
-    pollfd ready{link_.Io().fd, POLLIN, 0};
-    const std::uint32_t left = budget.RemainingMs();
-    os::PollSockets(&ready, 1, PollTimeout(left < kRecvSliceMs ? left : kRecvSliceMs));
-  }
   for (;;) {
     CLLMsg frame;
     const std::uint32_t rc = RecvLLMsg(frame, budget.RemainingMs());

@@ -76,8 +76,10 @@ class CConnection : public common::CRefCounted {
   std::uint32_t Receive(HZQMSG* out, std::uint32_t timeoutMs, bool peek,
                         std::uint32_t group) noexcept;
   // Enrols the connection in the multi-connection wait `group` and hands out
-  // its socket for the poll; Leave ends the enrolment if it is still ours.
-  std::uint32_t Enrol(std::uint32_t group, common::CRef<CSocketHolder>& socket) noexcept;
+  // its socket for the poll, and whether it keeps frames or bytes that the
+  // socket will not announce; Leave ends the enrolment if it is still ours.
+  std::uint32_t Enrol(std::uint32_t group, common::CRef<CSocketHolder>& socket,
+                      bool& buffered) noexcept;
   void Leave(std::uint32_t group) noexcept;
 
   // A service request (register, unregister, resolve) with its composed
@@ -102,6 +104,8 @@ class CConnection : public common::CRefCounted {
   // The router link (callers hold the lock).
   std::uint32_t RecvLLMsg(CLLMsg& frame, std::uint32_t timeoutMs) noexcept;
   std::uint32_t RecvStep(CLLMsg& frame, std::uint32_t sliceMs) noexcept;
+  std::uint32_t FeedFramer() noexcept;
+  std::uint32_t HeaderDone(bool inHeader) noexcept;
   std::uint32_t PingRouter() noexcept;
   std::uint32_t SendFrame(const CLLMsg& frame, std::uint32_t timeoutMs) noexcept;
   void Defer(CLLMsg&& frame);

@@ -1,9 +1,11 @@
 #include "mq/link_io.h"
 
 #include <cerrno>
+#include <cstring>
 
 #include "log/log_site.h"
 #include "mq/deadline.h"
+#include "os/memory.h"
 #include "os/socket.h"
 #include "zqsys/zqerr.h"
 
@@ -82,7 +84,25 @@ std::uint32_t WaitAfterFailure(const LinkSocket& link, const Deadline& deadline,
 
 }  // namespace
 
+void ReadAhead::Consume(std::uint32_t count) noexcept {
+  begin_ += count;
+  if (begin_ == end_) begin_ = end_ = 0;
+}
+
+unsigned char* ReadAhead::Room() noexcept {
+  if (bytes_ == nullptr) bytes_ = static_cast<unsigned char*>(os::Allocate(kReadAheadSize));
+  begin_ = end_ = 0;
+  return bytes_;
+}
+
+void ReadAhead::Release() noexcept {
+  os::Release(bytes_);
+  bytes_ = nullptr;
+  begin_ = end_ = 0;
+}
+
 std::uint32_t WaitSocket(const LinkSocket& link, bool forWrite, std::uint32_t timeoutMs) noexcept {
+  if (!forWrite && link.ahead.Size() != 0) return 0;
   const short wanted = forWrite ? POLLOUT : POLLIN;
   pollfd entry{link.fd, wanted, 0};
   const int ready = os::PollSockets(&entry, 1, PollTimeout(timeoutMs));
@@ -120,20 +140,19 @@ std::uint32_t SendAll(LinkSocket& link, const void* bytes, std::uint32_t length,
   return 0;
 }
 
-std::uint32_t RecvExact(LinkSocket& link, void* buffer, std::uint32_t length,
-                        std::uint32_t& received, std::uint32_t timeoutMs) noexcept {
+std::uint32_t RecvSome(LinkSocket& link, void* buffer, std::uint32_t capacity,
+                       std::uint32_t& received, std::uint32_t timeoutMs) noexcept {
   const Deadline deadline(timeoutMs);
   received = 0;
-  auto* rest = static_cast<unsigned char*>(buffer);
-  while (received < length) {
-    const ssize_t count = os::RecvSome(link.fd, rest + received, length - received);
+  for (;;) {
+    const ssize_t count = os::RecvSome(link.fd, buffer, capacity);
     if (count > 0) {
       const int dumped = count < kDumpBytes ? static_cast<int>(count) : kDumpBytes;
       ZQ_LOG_SITE_0(ZqLogInfoEx, kCategory, "Recv completed;;conn 0x%X;count %d; data %#.*Z",
-                    link.connId, static_cast<int>(count), dumped, rest + received);
-      received += static_cast<std::uint32_t>(count);
+                    link.connId, static_cast<int>(count), dumped, buffer);
+      received = static_cast<std::uint32_t>(count);
       if (link.bytesIn != nullptr) link.bytesIn->Add(count);
-      continue;
+      return 0;
     }
     if (count == 0) {
       ErrnoKeeper keep;
@@ -142,6 +161,24 @@ std::uint32_t RecvExact(LinkSocket& link, void* buffer, std::uint32_t length,
     }
     if (count != -1) return LogicBreak(570);
     if (const std::uint32_t rc = WaitAfterFailure(link, deadline, false); rc != 0) return rc;
+  }
+}
+
+std::uint32_t RecvExact(LinkSocket& link, void* buffer, std::uint32_t length,
+                        std::uint32_t& received, std::uint32_t timeoutMs) noexcept {
+  const Deadline deadline(timeoutMs);
+  auto* rest = static_cast<unsigned char*>(buffer);
+  received = link.ahead.Size() < length ? link.ahead.Size() : length;
+  if (received != 0) {
+    std::memcpy(rest, link.ahead.Data(), received);
+    link.ahead.Consume(received);
+  }
+  while (received < length) {
+    std::uint32_t count = 0;
+    const std::uint32_t rc =
+        RecvSome(link, rest + received, length - received, count, deadline.RemainingMs());
+    received += count;
+    if (rc != 0) return rc;
   }
   return 0;
 }

@@ -539,13 +539,14 @@ std::uint32_t CConnection::Receive(HZQMSG* out, std::uint32_t timeoutMs, bool pe
   }
 }
 
-std::uint32_t CConnection::Enrol(std::uint32_t group,
-                                 common::CRef<CSocketHolder>& socket) noexcept {
+std::uint32_t CConnection::Enrol(std::uint32_t group, common::CRef<CSocketHolder>& socket,
+                                 bool& buffered) noexcept {
   const std::lock_guard hold(lock_);
   if (const std::uint32_t rc = CheckLink(); rc != 0) return rc;
   if (multiGetOwner_ != 0 && multiGetOwner_ != group) return ZQERR_MQ_CONNECTION_BUSY;
   multiGetOwner_ = group;
   socket = link_.Socket();
+  buffered = link_.Io().ahead.Size() != 0 || !deferred_.empty();
   return 0;
 }
 
@@ -569,18 +570,31 @@ std::uint32_t ReceiveFromMultiple(const common::CRef<CConnection>* connections, 
   } while (group == 0);
   common::CRef<CSocketHolder> sockets[ZQMQ_MULTI_GET_MAX];
   pollfd fds[ZQMQ_MULTI_GET_MAX];
+  // Connections that kept something since they were asked above (another
+  // thread may have received on them meanwhile): ready without a poll.
+  bool buffered[ZQMQ_MULTI_GET_MAX] = {};
   std::uint32_t rc = 0;
   std::uint32_t enrolled = 0;
   for (; enrolled < count && rc == 0; ++enrolled) {
-    rc = connections[enrolled]->Enrol(group, sockets[enrolled]);
+    rc = connections[enrolled]->Enrol(group, sockets[enrolled], buffered[enrolled]);
     fds[enrolled] = pollfd{sockets[enrolled] ? sockets[enrolled]->Fd() : -1, POLLIN, 0};
     if (rc != 0) index = enrolled;
   }
   // One poll over every socket, with no connection lock held; a ready
   // connection is served with what it has, and the wait goes on while
-  // that is not yet a whole message.
+  // that is not yet a whole message. A receive that finds nothing whole
+  // has taken every byte its connection kept.
   const Deadline budget(timeoutMs);
   while (rc == 0) {
+    for (index = 0; index < count && !buffered[index]; ++index) {
+    }
+    if (index < count) {
+      buffered[index] = false;
+      rc = connections[index]->Receive(out, 0, peek, group);
+      if (rc != ZQERR_MQ_TIMEOUT) break;
+      rc = 0;
+      continue;
+    }
     const int ready = os::PollSockets(fds, count, PollTimeout(budget.RemainingMs()));
     if (ready == 0) {
       rc = ZQERR_MQ_TIMEOUT;

@@ -70,6 +70,7 @@ std::uint32_t CRouterLink::Connect(const char* host, std::uint16_t port, std::ui
 }
 
 void CRouterLink::Close() noexcept {
+  socket_.ahead.Release();
   if (holder_ == nullptr) return;
   const int error = errno;
   holder_->Shutdown();

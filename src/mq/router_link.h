@@ -1,8 +1,8 @@
 // The router link of one connection: the socket (held by a reference-counted
 // holder, so a wait over several connections can keep it while the
 // connection is disconnected), the time of the last send, the operation
-// counter and the receive state, which is the I/O-free framer. Everything
-// here runs under the connection's lock.
+// counter and the receive state: the bytes read ahead and the I/O-free
+// framer they are fed to. Everything here runs under the connection's lock.
 #pragma once
 
 #include <cstdint>
@@ -45,7 +45,7 @@ class CRouterLink {
   // MQ:SOCK_CONNECT, MQ:SOCK_ERROR or MQ:TIMEOUT.
   std::uint32_t Connect(const char* host, std::uint16_t port, std::uint32_t timeoutMs,
                         std::uint32_t& fatal) noexcept;
-  // Shuts the socket down and lets it go; nothing without a socket.
+  // Shuts the socket down and lets it go with the bytes read ahead.
   void Close() noexcept;
   std::uint32_t SetNoDelay(bool on) noexcept;
 

@@ -3,11 +3,13 @@
 // replies, guaranteed delivery, multi-connection receives and threads.
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <thread>
 #include <vector>
 
 #include "mq_fixture.h"
+#include "os/socket_faults.h"
 
 namespace zq::test {
 namespace {
@@ -111,6 +113,103 @@ TEST_F(MqTest, FramesThatComeDuringAWaitAreKeptInOrder) {
     EXPECT_EQ(Take(conn, true), body);
     EXPECT_EQ(Take(conn), body);
   }
+  EXPECT_EQ(Take(conn, false, 0, kTimeout), "<none>");
+}
+
+// Frames that come in one read with what a call waited for stay with the
+// connection, and the next receive takes them without a poll or a read
+// (the seam would fail both); the rest of a large body is read straight
+// into its frame, so what follows it is still in the socket.
+TEST_F(MqTest, FramesReadAheadAreTakenWithoutTheSocket) {
+  const std::string large(100000, 'L');
+  struct Case {
+    const char* what;
+    std::function<void(RouterPeer&)> serve;
+    std::function<void(const Conn&)> first;  // the call that reads ahead
+    bool kept;                               // "behind" is in the read-ahead bytes
+  };
+  const auto post = [](const Conn& conn) {
+    TestMessage message;
+    message.Str(ZQMSG_FIELD_TO, "node1.b");
+    EXPECT_EQ(ZqMQPostMsg(conn.handle, message.Get()), 0u);
+  };
+  const std::vector<Case> cases = {
+      {"result, posted",
+       [](RouterPeer& peer) {
+         const std::uint32_t operation = ReadU32(peer.Expect(0x4003).body, 0);
+         peer.Send(Frame(0x5000, U32(operation) + U32(0)) + Posted("behind"));
+       },
+       post, true},
+      {"result, sync reply, posted",
+       [](RouterPeer& peer) {
+         const std::uint32_t operation = ReadU32(peer.Expect(0x400A).body, 0);
+         peer.Send(Frame(0x5001, U32(operation) + U32(0) + U64(9)) +
+                   Frame(0x400B, TestMessage().U64(ZQMSG_FIELD_REPLYID, 9).Body("answer").Bytes()) +
+                   Posted("behind"));
+       },
+       [](const Conn& conn) {
+         TestMessage request;
+         request.Str(ZQMSG_FIELD_TO, "node1.b");
+         HZQMSG reply = nullptr;
+         EXPECT_EQ(ZqMQSendMsg(conn.handle, request.Get(), &reply, 2000), 0u);
+         EXPECT_EQ(TestMessage(reply).BodyText(), "answer");
+       },
+       true},
+      {"split frame, posted",
+       [](RouterPeer& peer) {
+         const std::string frame = Posted("split");
+         peer.Send(frame.substr(0, 25));
+         std::this_thread::sleep_for(milliseconds(50));
+         peer.Send(frame.substr(25) + Posted("behind"));
+       },
+       [](const Conn& conn) { EXPECT_EQ(Take(conn), "split"); }, true},
+      {"large body, posted",
+       [&large](RouterPeer& peer) { peer.Send(Posted(large.c_str()) + Posted("behind")); },
+       [&large](const Conn& conn) { EXPECT_EQ(Take(conn), large); }, false},
+  };
+  router_.Run([&cases](ScriptedRouter& router) {
+    for (const Case& c : cases) {
+      RouterPeer peer = router.Accept();
+      peer.Welcome();
+      c.serve(peer);
+      peer.WaitClosed();
+    }
+  });
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Conn conn;
+    ASSERT_EQ(Connect(conn), 0u);
+    c.first(conn);
+    zq::testing::ScopedSocketFaults scoped;
+    if (c.kept) {
+      scoped.faults.recvErrors = {ECONNRESET};
+      scoped.faults.pollErrors = {EBADF};
+    }
+    EXPECT_EQ(Take(conn), "behind");
+    EXPECT_EQ(scoped.faults.pollTimeouts.size(), c.kept ? 0u : 1u);
+    EXPECT_EQ(scoped.faults.recvErrors.size(), c.kept ? 1u : 0u);
+  }
+}
+
+// A disconnect drops the bytes read ahead: nothing of the old link reaches
+// the next one.
+TEST_F(MqTest, ADisconnectDropsTheBytesReadAhead) {
+  router_.Run([](ScriptedRouter& router) {
+    RouterPeer first = router.Accept();
+    first.Welcome();
+    first.Send(Posted("old") + Posted("stale"));
+    first.WaitClosed();
+    RouterPeer second = router.Accept();
+    second.Welcome();
+    second.Send(Posted("fresh"));
+    second.WaitClosed();
+  });
+  Conn conn;
+  ASSERT_EQ(Connect(conn), 0u);
+  EXPECT_EQ(Take(conn), "old");
+  EXPECT_EQ(ZqMQDisconnect(conn.handle), 0u);
+  ASSERT_EQ(Connect(conn), 0u);
+  EXPECT_EQ(Take(conn), "fresh");
   EXPECT_EQ(Take(conn, false, 0, kTimeout), "<none>");
 }
 
@@ -336,6 +435,33 @@ TEST_F(MqTest, MultiGetWaitsOnAllSocketsWithoutTheirLocks) {
   EXPECT_EQ(count, 1u);
   EXPECT_EQ(TestMessage(message).BodyText(), "to the second");
   EXPECT_EQ(b.Status(), ZQMQ_STATUS_CONNECTED);
+}
+
+// A frame read ahead on one connection ends a wait over several at once:
+// its socket is silent and nothing is polled.
+TEST_F(MqTest, MultiGetTakesAFrameReadAheadWithoutPolling) {
+  router_.Run([](ScriptedRouter& router) {
+    RouterPeer first = router.Accept();
+    first.Welcome();
+    RouterPeer second = router.Accept();
+    second.Welcome();
+    second.Send(Posted("one") + Posted("two"));
+    first.WaitClosed();
+    second.WaitClosed();
+  });
+  Conn a, b;
+  ASSERT_EQ(Connect(a), 0u);
+  ASSERT_EQ(Connect(b), 0u);
+  EXPECT_EQ(Take(b), "one");
+  zq::testing::ScopedSocketFaults scoped;
+  scoped.faults.pollErrors = {EBADF};
+  const std::uint32_t handles[] = {a.handle, b.handle};
+  std::uint32_t count = 2;
+  HZQMSG message = nullptr;
+  EXPECT_EQ(ZqMQGetMsgFromMultiple(&count, handles, &message, 5000), 0u);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(TestMessage(message).BodyText(), "two");
+  EXPECT_TRUE(scoped.faults.pollTimeouts.empty());
 }
 
 // The wait holds a reference to each socket but no lock: another thread can
