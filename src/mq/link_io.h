@@ -48,7 +48,7 @@ struct LinkSocket {
   // The connection's byte counters; null on a link that counts nothing.
   stat::CStatValue* bytesIn = nullptr;
   stat::CStatValue* bytesOut = nullptr;
-  ReadAhead ahead;                 // read, not yet taken; comes before the socket
+  ReadAhead ahead;  // read, not yet taken; comes before the socket
 };
 
 // Waits until the socket is writable (forWrite) or readable; kept bytes make
