@@ -143,8 +143,9 @@ class Router {
     const std::string ini = dir.Path("zqrouter.ini");
     std::ofstream(ini) << "[zqrouter]\nnode=bench\n[zqrouter_log]\nlogfile="
                        << dir.Path("router.log") << "\nlogtoconsole=0\nlogtosyslog=0\n";
-    return ServerProcess({ZQROUTER_PATH, "--config", ini, "--port", "0"}, cpu, dir,
-                         dir.Path("stdout.txt"), "zqrouter: node bench listening on ");
+    return ServerProcess(
+        {ZQROUTER_PATH, "--config", ini, "--port", "0", "--data-dir", dir.Path("")}, cpu, dir,
+        dir.Path("stdout.txt"), "zqrouter: node bench listening on ");
   }
 
   ScratchDir dir_;
