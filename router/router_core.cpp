@@ -505,11 +505,8 @@ void CRouterCore::HandleSend(Peer& peer, const Operation& op, bool sync, Ms now)
   // write: the sender wakes once instead of twice.
   HeldResult held;
   held.until = now + kResultHoldMs;
-  if (mq::BuildLLFrame(mq::kLLResultWithId,
-                       {LEBytes(op.number), LEBytes(std::uint32_t{0}), LEBytes(sendId)}, nullptr,
-                       held.frame.frame) != 0) {
-    return Drop(peer, "could not be answered (no memory)", now);
-  }
+  held.frame = ResultFrame(mq::kLLResultWithId, op.number, 0, LEBytes(sendId));
+  if (!held.frame.frame) return Drop(peer, "could not be answered (no memory)", now);
   heldResults_.emplace(sendId, std::move(held));
   deadlines_.emplace(now + kResultHoldMs, sendId);
 }
@@ -857,7 +854,6 @@ std::vector<PeerId> CRouterCore::TakeDirty() {
 
 void CRouterCore::Enqueue(Peer& peer, OutChunk chunk, Ms now) {
   if (peer.state == PeerState::kClosed) return;
-  (void)now;
   peer.outBytes += chunk.Size();
   peer.out.push_back(std::move(chunk));
   ++counters_.framesOut;
@@ -877,9 +873,19 @@ void CRouterCore::EnqueueFrame(Peer& peer, std::uint32_t type,
     Enqueue(peer, std::move(chunk), now);
 }
 
+OutChunk CRouterCore::ResultFrame(std::uint32_t type, std::uint32_t op, std::uint32_t rc,
+                                  mq::Bytes extra) {
+  OutChunk chunk;
+  if (mq::BuildLLFrame(type, {LEBytes(op), LEBytes(rc), extra}, nullptr, chunk.frame) != 0) {
+    chunk.frame = mq::CLLMsg();
+  }
+  return chunk;
+}
+
 void CRouterCore::SendResult(Peer& peer, std::uint32_t type, std::uint32_t op, std::uint32_t rc,
                              mq::Bytes extra, Ms now) {
-  EnqueueFrame(peer, type, {LEBytes(op), LEBytes(rc), extra}, now);
+  OutChunk chunk = ResultFrame(type, op, rc, extra);
+  if (chunk.frame) Enqueue(peer, std::move(chunk), now);
 }
 
 void CRouterCore::SendStatus(Peer& peer, Ms now) {

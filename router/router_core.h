@@ -250,6 +250,10 @@ class CRouterCore {
   // Output.
   void Enqueue(Peer& peer, OutChunk chunk, Ms now);
   void EnqueueFrame(Peer& peer, std::uint32_t type, std::initializer_list<mq::Bytes> parts, Ms now);
+  // An operation result: the operation number, the result code, then
+  // `extra`; an empty frame when memory runs out.
+  static OutChunk ResultFrame(std::uint32_t type, std::uint32_t op, std::uint32_t rc,
+                              mq::Bytes extra);
   void SendResult(Peer& peer, std::uint32_t type, std::uint32_t op, std::uint32_t rc,
                   mq::Bytes extra, Ms now);
   void SendStatus(Peer& peer, Ms now);
