@@ -13,7 +13,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 TEST_F(RouterTest, PostReachesItsReceiverStampedWithTheSendersAddress) {
-  StartRouter();
+  router_ = std::make_unique<RouterProcess>();
+  ASSERT_TRUE(router_->Start(0));  // --port 0: the router takes any free port
   Conn a, b;
   ASSERT_EQ(Connect(a, "alpha"), 0u);
   ASSERT_EQ(Connect(b, "beta"), 0u);
