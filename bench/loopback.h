@@ -498,6 +498,76 @@ inline void BM_RawRelay(benchmark::State& state) {
   answerer.join();
 }
 
+// A raw client's hello: two zero-terminated texts; the relay's 4-byte
+// answer and its router status frame are read and dropped.
+inline bool RawHello(int fd) {
+  static constexpr char kHello[] = "Local\0NAME=raw";
+  std::vector<char> status;
+  std::uint32_t type = 0;
+  std::uint32_t length = 0;
+  char answer[4];
+  return WriteAll(fd, kHello, sizeof kHello) && ReadAll(fd, answer, sizeof answer) &&
+         ReadFrame(fd, status, 0, type, length) && type == kLLRouterStatus;
+}
+
+inline std::string RawFrame(std::uint32_t type, std::size_t fixedSize, HZQMSG message) {
+  std::uint32_t size = BlockSize(message);
+  std::string frame(kHeaderSize + fixedSize + size, '\0');
+  ZqMsgSaveMessageToBlock(message, &frame[kHeaderSize + fixedSize], &size);
+  ZqMsgFreeMessage(message);
+  PutHeader(type, static_cast<std::uint32_t>(frame.size() - kHeaderSize), frame.data());
+  return frame;
+}
+
+// The floor of the protocol on TCP: A and B are plain blocking sockets that
+// exchange exactly the frames the client exchanges (A: the send, then its
+// result and the reply; B: the request, then its reply and the reply's
+// result) through the relay of BM_SendThroughRelay, with no library code
+// on either end. Its ratio to BM_RawRelay is what the protocol's extra
+// frames and wake-ups cost by themselves.
+inline void BM_RawProtocolRelay(benchmark::State& state) {
+  const PinnedTo pin(kBenchCpu);
+  const auto bodySize = static_cast<std::size_t>(state.range(0));
+  std::string send = RawFrame(kLLSyncSend, 8, MessageWithBody("bench.b", bodySize));
+  PutU32(kWaitMs, &send[kHeaderSize + 4]);
+  HZQMSG reply = MessageWithBody("bench.a", bodySize);
+  ZqMsgSetFieldUINT64(reply, ZQMSG_FIELD_REPLYID, 1);
+  const std::string answer = RawFrame(kLLReply, 4, reply);
+
+  Relay relay(true, PeerCpu(state));
+  const Socket a(ConnectRaw(relay.Port()));
+  Check(RawHello(a.Fd()), "hello a");
+  const Socket b(ConnectRaw(relay.Port()));
+  Check(RawHello(b.Fd()), "hello b");
+  std::thread answerer([&b, &answer, cpu = PeerCpu(state)] {
+    const PinnedTo pin(cpu);
+    std::vector<char> request;
+    std::uint32_t type = 0;
+    std::uint32_t length = 0;
+    char result[kHeaderSize + 8];
+    while (ReadFrame(b.Fd(), request, 0, type, length) &&
+           WriteAll(b.Fd(), answer.data(), answer.size()) &&
+           ReadAll(b.Fd(), result, sizeof result)) {
+    }
+  });
+  std::vector<char> frame;
+  std::uint32_t type = 0;
+  std::uint32_t length = 0;
+  const clockid_t relayClock = relay.CpuClock();
+  const double start = CpuNs(relayClock);
+  for (auto _ : state) {
+    Check(WriteAll(a.Fd(), send.data(), send.size()) && ReadFrame(a.Fd(), frame, 0, type, length) &&
+              type == kLLResultWithId && ReadFrame(a.Fd(), frame, 0, type, length) &&
+              type == kLLSyncReplyResult,
+          "protocol relay");
+  }
+  CountRelayCpu(state, relayClock, start);
+  state.counters["frame_bytes"] = static_cast<double>(send.size());
+  // A's end ends the relay, whose end closes B's link and B's thread.
+  ::shutdown(a.Fd(), SHUT_RDWR);
+  answerer.join();
+}
+
 inline void Placements(benchmark::internal::Benchmark* bench) {
   bench->ArgNames({"size", "cpus"});
   for (const std::int64_t size : {64, 16384})

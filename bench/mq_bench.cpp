@@ -10,7 +10,9 @@
 // - a synchronous send (ZqMQSendMsg from A through an in-process relay to
 //   B, which answers with ZqMQGetMsg and ZqMQPostReplyMsg) beside a raw
 //   relay of the same topology and the same frame sizes, placed by the
-//   same rule: A is the benchmark thread, the relay and B are its peers.
+//   same rule: A is the benchmark thread, the relay and B are its peers;
+//   and beside both, plain sockets that exchange exactly the client's
+//   frames through the same relay, which is the protocol's floor.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -93,6 +95,7 @@ BENCHMARK(BM_PostRoundTrip)->Apply(Placements)->UseRealTime();
 BENCHMARK(BM_RawTcpPingPong)->Apply(Placements)->UseRealTime();
 BENCHMARK(BM_SendThroughRelay)->Apply(Placements)->UseRealTime();
 BENCHMARK(BM_RawRelay)->Apply(Placements)->UseRealTime();
+BENCHMARK(BM_RawProtocolRelay)->Apply(Placements)->UseRealTime();
 
 }  // namespace
 

@@ -12,6 +12,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -221,13 +222,21 @@ void CEventLoop::Flush(PeerId id, std::uint64_t now) {
   while (!peer->out.empty()) {
     iovec iov[kMaxIov];
     int count = 0;
-    std::size_t offset = peer->outOffset;
-    for (const OutChunk& chunk : peer->out) {
-      if (count == kMaxIov) break;
-      iov[count].iov_base = const_cast<unsigned char*>(chunk.Data()) + offset;
-      iov[count].iov_len = chunk.Size() - offset;
-      offset = 0;
+    // The first chunk may be written in part already, its head or into its
+    // tail.
+    std::size_t skip = peer->outOffset;
+    const auto add = [&iov, &count, &skip](const unsigned char* bytes, std::size_t size) {
+      const std::size_t skipped = std::min(skip, size);
+      skip -= skipped;
+      if (size == skipped) return;
+      iov[count].iov_base = const_cast<unsigned char*>(bytes) + skipped;
+      iov[count].iov_len = size - skipped;
       ++count;
+    };
+    for (const OutChunk& chunk : peer->out) {
+      if (count + 2 > kMaxIov) break;
+      add(chunk.Head(), chunk.HeadSize());
+      add(chunk.tail, chunk.tailSize);
     }
     const ssize_t wrote = writev(fd, iov, count);
     if (wrote < 0) {

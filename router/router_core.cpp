@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <utility>
 
 #include "mq/conn_string.h"
 #include "msg/stream_engine.h"
@@ -28,6 +29,9 @@ constexpr Ms kHelloTimeoutMs = 10000;
 constexpr Ms kSweepMs = 250;
 // How long the result of a synchronous send may wait for its reply.
 constexpr Ms kResultHoldMs = 2;
+// A forwarded block's tail from this size on is written from the frame it
+// came in rather than copied.
+constexpr std::size_t kSharedTailMin = 4096;
 constexpr std::size_t kMaxAppName = 128;
 constexpr const char* kCategory = "zqrouter";
 // The detailed trace lines, each with its switch in the trace INI (off until
@@ -333,9 +337,12 @@ void CRouterCore::FrameInput(Peer& peer, const unsigned char* bytes, std::size_t
       if (size == 0 || taken == 0) return;
       continue;
     }
-    const mq::CLLMsg frame = peer.framer.TakeFrame();
+    // Held here too: handling may take in another client's held bytes.
+    const auto frame = std::make_shared<const mq::CLLMsg>(peer.framer.TakeFrame());
+    const auto outer = std::exchange(inFrame_, frame);
     ++counters_.framesIn;
-    HandleFrame(peer, frame, now);
+    HandleFrame(peer, *frame, now);
+    inFrame_ = outer;
     if (peer.loginChecking) return Hold(peer, bytes, size, now);
   }
 }
@@ -556,18 +563,34 @@ void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
 bool CRouterCore::Forward(Peer& target, std::uint32_t type, std::string_view prefix,
                           const unsigned char* block, const msg::BlockLayout& layout,
                           std::string_view from, std::uint64_t sendId, Ms now) {
-  const std::uint64_t body =
-      prefix.size() + layout.fromBegin + 4 + from.size() + 1 + (layout.size - layout.fromEnd);
+  const std::size_t tailSize = layout.size - layout.fromEnd;
+  const std::uint64_t body = prefix.size() + layout.fromBegin + 4 + from.size() + 1 + tailSize;
   if (body > mq::kLLMaxBody) return false;
+  // A large tail of a block that came in the frame being handled is written
+  // from that frame; the head, with the new sender, is built.
+  const bool shareTail = tailSize >= kSharedTailMin && inFrame_ != nullptr &&
+                         block >= inFrame_->Bytes() &&
+                         block + layout.size <= inFrame_->Bytes() + inFrame_->Size();
   OutChunk chunk;
-  if (!chunk.frame.Allocate(static_cast<std::uint32_t>(body))) return false;
-  mq::EncodeLLHeader(type, static_cast<std::uint32_t>(body), chunk.frame.Bytes());
-  unsigned char* at = chunk.frame.Bytes() + mq::kLLHeaderSize;
+  unsigned char* at = nullptr;
+  if (shareTail) {
+    chunk.raw.resize(mq::kLLHeaderSize + body - tailSize);
+    at = reinterpret_cast<unsigned char*>(chunk.raw.data());
+    chunk.source = inFrame_;
+    chunk.tail = block + layout.fromEnd;
+    chunk.tailSize = tailSize;
+  } else {
+    if (!chunk.frame.Allocate(static_cast<std::uint32_t>(body))) return false;
+    at = chunk.frame.Bytes();
+  }
+  mq::EncodeLLHeader(type, static_cast<std::uint32_t>(body), at);
+  at += mq::kLLHeaderSize;
   const auto put = [&at](const void* bytes, std::size_t size) {
     if (size != 0) std::memcpy(at, bytes, size);
     at += size;
   };
   put(prefix.data(), prefix.size());
+  // The send id lies in the block's fixed part, ahead of the sender.
   unsigned char* blockStart = at;
   put(block, layout.fromBegin);
   unsigned char length[4];
@@ -575,7 +598,7 @@ bool CRouterCore::Forward(Peer& target, std::uint32_t type, std::string_view pre
   put(length, 4);
   put(from.data(), from.size());
   put("", 1);
-  put(block + layout.fromEnd, layout.size - layout.fromEnd);
+  if (!shareTail) put(block + layout.fromEnd, tailSize);
   if (sendId != 0) std::memcpy(blockStart + layout.sendIdOffset, LEBytes(sendId).bytes, 8);
   if (Tracing(traceForwarded_, now)) {
     Log(ZQLOG_INFO, kTraceForwarded, target.app.c_str(), type, static_cast<std::uint32_t>(body));

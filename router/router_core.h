@@ -39,14 +39,20 @@ inline constexpr std::uint32_t kStateLoggedIn = 0x80;       // a user is logged 
 inline constexpr std::uint8_t kServiceExclusive = 0x01;  // the only provider of the name
 
 // Bytes waiting to be written to a client: a frame, or raw bytes (the
-// 4-byte hello answer).
+// 4-byte hello answer, the head of a forwarded frame). A large forwarded
+// block's tail follows its head straight from the frame it came in, which
+// the chunk keeps alive, so its bytes are never copied.
 struct OutChunk {
   mq::CLLMsg frame;
   std::string raw;
-  std::size_t Size() const { return frame ? frame.Size() : raw.size(); }
-  const unsigned char* Data() const {
+  std::shared_ptr<const mq::CLLMsg> source;
+  const unsigned char* tail = nullptr;
+  std::size_t tailSize = 0;
+  std::size_t HeadSize() const { return frame ? frame.Size() : raw.size(); }
+  const unsigned char* Head() const {
     return frame ? frame.Bytes() : reinterpret_cast<const unsigned char*>(raw.data());
   }
+  std::size_t Size() const { return HeadSize() + tailSize; }
 };
 
 enum class PeerState {
@@ -265,6 +271,8 @@ class CRouterCore {
   void Forget(Peer& peer, Ms now);
 
   Settings settings_;
+  // The frame being handled, shared with the chunks that forward its tail.
+  std::shared_ptr<const mq::CLLMsg> inFrame_;
   AccessList access_;
   std::function<void(PasswordCheck)> checker_;
   std::uint32_t log_;
