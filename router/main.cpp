@@ -99,12 +99,19 @@ std::unique_ptr<CGrntStore> OpenStore(const Settings& settings, CRouterCore& cor
 
 }  // namespace
 
+// Exit statuses: 0 after SIGTERM or SIGINT, 2 for a command line that does
+// not parse, 78 (EX_CONFIG) for settings or files that a restart cannot mend
+// (users or passwords that do not load, a store that is not one or that
+// another router holds), 1 for anything else.
+constexpr int kExitUsage = 2;
+constexpr int kExitConfig = 78;
+
 int main(int argc, char** argv) {
   CommandLine line;
   std::string error;
   if (!ParseCommandLine(argc, argv, line, error)) {
     std::fprintf(stderr, "zqrouter: %s\n", error.c_str());
-    return 2;
+    return kExitUsage;
   }
   if (line.help) {
     std::fputs(kUsage, stdout);
@@ -116,7 +123,7 @@ int main(int argc, char** argv) {
   AccessList access;
   if (!LoadAccessList(settings.configPath, access, error)) {
     std::fprintf(stderr, "zqrouter: %s\n", error.c_str());
-    return 1;
+    return kExitConfig;
   }
   std::uint32_t ini = ZQINI_DEFAULT_HANDLE;
   if (!settings.configPath.empty() && ZqIniCustOpen(&ini, settings.configPath.c_str()) != 0) {
@@ -135,7 +142,7 @@ int main(int argc, char** argv) {
   const std::unique_ptr<CGrntStore> store = OpenStore(settings, core, log, storeFatal);
   if (storeFatal) {
     ZqLogCustClose(log);
-    return 1;
+    return kExitConfig;
   }
   const std::string configPath = settings.configPath;
   CEventLoop loop(

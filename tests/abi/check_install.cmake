@@ -42,7 +42,26 @@ file(READ ${prefix}/lib/systemd/system/zqrouter.service unit)
 if(NOT unit MATCHES "ExecStart=${prefix}/bin/zqrouter --config ${prefix}/etc/zqsys/zqrouter.ini")
   message(FATAL_ERROR "the unit does not start the installed router:\n${unit}")
 endif()
+if(NOT unit MATCHES "RestartPreventExitStatus=2 78")
+  message(FATAL_ERROR "the unit restarts a router that cannot start:\n${unit}")
+endif()
 run("run the installed router" ${prefix}/bin/zqrouter --help)
+
+# A package's staged install for /usr: the INI lands in /etc, and the unit
+# names the final paths, not the staging ones.
+set(staged ${WORK_DIR}/staged)
+run("staged install" ${CMAKE_COMMAND} -E env DESTDIR=${staged}
+  ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix /usr)
+foreach(file ${staged}/etc/zqsys/zqrouter.ini ${staged}/usr/bin/zqrouter
+    ${staged}/usr/lib/systemd/system/zqrouter.service)
+  if(NOT EXISTS ${file})
+    message(FATAL_ERROR "not staged: ${file}")
+  endif()
+endforeach()
+file(READ ${staged}/usr/lib/systemd/system/zqrouter.service unit)
+if(NOT unit MATCHES "ExecStart=/usr/bin/zqrouter --config /etc/zqsys/zqrouter.ini")
+  message(FATAL_ERROR "the staged unit names the wrong paths:\n${unit}")
+endif()
 
 set(runtime_env ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir})
 

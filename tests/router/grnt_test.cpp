@@ -238,7 +238,7 @@ TEST_F(RouterGrntTest, AStoreThatIsNotADatabaseOrIsInUseStopsTheRouterAndStaysUn
     garbage[i] = static_cast<char>(i * 7 + 3);
   std::ofstream(path, std::ios::binary) << garbage;
   std::string errors;
-  EXPECT_EQ(router_->ExitAtStart(errors), 1);
+  EXPECT_EQ(router_->ExitAtStart(errors), 78);  // EX_CONFIG: not restarted
   EXPECT_NE(errors.find("cannot use the guaranteed-delivery store " + path +
                         ": cannot read: file is not a database; the file is left as it is"),
             std::string::npos)
@@ -251,7 +251,7 @@ TEST_F(RouterGrntTest, AStoreThatIsNotADatabaseOrIsInUseStopsTheRouterAndStaysUn
   std::filesystem::remove(path);
   ASSERT_TRUE(router_->Start());
   RouterProcess second;
-  EXPECT_EQ(second.ExitAtStart(errors, {"--data-dir", router_->Dir().path().string()}), 1);
+  EXPECT_EQ(second.ExitAtStart(errors, {"--data-dir", router_->Dir().path().string()}), 78);
   EXPECT_NE(errors.find(": in use by another router;"), std::string::npos) << errors;
 }
 
