@@ -453,51 +453,6 @@ inline void BM_SendThroughRelay(benchmark::State& state) {
   ZqMQCleanup();
 }
 
-// The reference: A's frame has the size of the send's frame, B's answer the
-// size of the reply's frame (its block with the reply id and A's address).
-inline void BM_RawRelay(benchmark::State& state) {
-  const PinnedTo pin(kBenchCpu);
-  const auto bodySize = static_cast<std::size_t>(state.range(0));
-  HZQMSG message = MessageWithBody("bench.b", bodySize);
-  ZqMsgSetFieldUINT64(message, ZQMSG_FIELD_SENDID, 1);
-  const std::uint32_t sendSize = 8 + BlockSize(message);
-  ZqMsgFreeMessage(message);
-  HZQMSG reply = MessageWithBody("bench.a", bodySize);
-  ZqMsgSetFieldUINT64(reply, ZQMSG_FIELD_REPLYID, 1);
-  const std::uint32_t replySize = 4 + BlockSize(reply);
-  ZqMsgFreeMessage(reply);
-
-  Relay relay(false, PeerCpu(state));
-  const Socket a(ConnectRaw(relay.Port()));
-  const Socket b(ConnectRaw(relay.Port()));
-  std::thread answerer([&b, replySize, cpu = PeerCpu(state)] {
-    const PinnedTo pin(cpu);
-    std::string answer = Header(kLLReply, replySize) + std::string(replySize, 'r');
-    std::vector<char> request;
-    std::uint32_t type = 0;
-    std::uint32_t length = 0;
-    while (ReadFrame(b.Fd(), request, 0, type, length) &&
-           WriteAll(b.Fd(), answer.data(), answer.size())) {
-    }
-  });
-  std::string frame = Header(kLLSyncSend, sendSize) + std::string(sendSize, 's');
-  std::vector<char> answer;
-  std::uint32_t type = 0;
-  std::uint32_t length = 0;
-  const clockid_t relayClock = relay.CpuClock();
-  const double start = CpuNs(relayClock);
-  for (auto _ : state) {
-    Check(
-        WriteAll(a.Fd(), frame.data(), frame.size()) && ReadFrame(a.Fd(), answer, 0, type, length),
-        "relay");
-  }
-  CountRelayCpu(state, relayClock, start);
-  state.counters["frame_bytes"] = static_cast<double>(frame.size());
-  // A's end ends the relay, whose end closes B's link and B's thread.
-  ::shutdown(a.Fd(), SHUT_RDWR);
-  answerer.join();
-}
-
 // A raw client's hello: two zero-terminated texts; the relay's 4-byte
 // answer and its router status frame are read and dropped.
 inline bool RawHello(int fd) {
@@ -510,6 +465,8 @@ inline bool RawHello(int fd) {
          ReadFrame(fd, status, 0, type, length) && type == kLLRouterStatus;
 }
 
+// A frame of `type` with `fixedSize` zero bytes ahead of the message's block;
+// the message is freed.
 inline std::string RawFrame(std::uint32_t type, std::size_t fixedSize, HZQMSG message) {
   std::uint32_t size = BlockSize(message);
   std::string frame(kHeaderSize + fixedSize + size, '\0');
@@ -519,13 +476,15 @@ inline std::string RawFrame(std::uint32_t type, std::size_t fixedSize, HZQMSG me
   return frame;
 }
 
-// The floor of the protocol on TCP: A and B are plain blocking sockets that
-// exchange exactly the frames the client exchanges (A: the send, then its
-// result and the reply; B: the request, then its reply and the reply's
-// result) through the relay of BM_SendThroughRelay, with no library code
-// on either end. Its ratio to BM_RawRelay is what the protocol's extra
-// frames and wake-ups cost by themselves.
-inline void BM_RawProtocolRelay(benchmark::State& state) {
+// A and B as plain blocking sockets with no library code, A's frame the
+// client's send and B's answer the client's reply. Through the raw relay
+// (`protocol` false) each passes as it came: the reference of every
+// request/reply figure. Through the relay that answers as a router does,
+// they exchange exactly the client's frames (the hello; A reads its send's
+// result, then the reply; B reads its reply's result): the floor of the
+// protocol on TCP, whose ratio to the reference is what the protocol's
+// extra frames and wake-ups cost by themselves.
+inline void RawThroughRelay(benchmark::State& state, bool protocol) {
   const PinnedTo pin(kBenchCpu);
   const auto bodySize = static_cast<std::size_t>(state.range(0));
   std::string send = RawFrame(kLLSyncSend, 8, MessageWithBody("bench.b", bodySize));
@@ -534,12 +493,12 @@ inline void BM_RawProtocolRelay(benchmark::State& state) {
   ZqMsgSetFieldUINT64(reply, ZQMSG_FIELD_REPLYID, 1);
   const std::string answer = RawFrame(kLLReply, 4, reply);
 
-  Relay relay(true, PeerCpu(state));
+  Relay relay(protocol, PeerCpu(state));
   const Socket a(ConnectRaw(relay.Port()));
-  Check(RawHello(a.Fd()), "hello a");
+  Check(!protocol || RawHello(a.Fd()), "hello a");
   const Socket b(ConnectRaw(relay.Port()));
-  Check(RawHello(b.Fd()), "hello b");
-  std::thread answerer([&b, &answer, cpu = PeerCpu(state)] {
+  Check(!protocol || RawHello(b.Fd()), "hello b");
+  std::thread answerer([&b, &answer, protocol, cpu = PeerCpu(state)] {
     const PinnedTo pin(cpu);
     std::vector<char> request;
     std::uint32_t type = 0;
@@ -547,7 +506,7 @@ inline void BM_RawProtocolRelay(benchmark::State& state) {
     char result[kHeaderSize + 8];
     while (ReadFrame(b.Fd(), request, 0, type, length) &&
            WriteAll(b.Fd(), answer.data(), answer.size()) &&
-           ReadAll(b.Fd(), result, sizeof result)) {
+           (!protocol || ReadAll(b.Fd(), result, sizeof result))) {
     }
   });
   std::vector<char> frame;
@@ -557,15 +516,22 @@ inline void BM_RawProtocolRelay(benchmark::State& state) {
   const double start = CpuNs(relayClock);
   for (auto _ : state) {
     Check(WriteAll(a.Fd(), send.data(), send.size()) && ReadFrame(a.Fd(), frame, 0, type, length) &&
-              type == kLLResultWithId && ReadFrame(a.Fd(), frame, 0, type, length) &&
-              type == kLLSyncReplyResult,
-          "protocol relay");
+              (!protocol || (type == kLLResultWithId && ReadFrame(a.Fd(), frame, 0, type, length) &&
+                             type == kLLSyncReplyResult)),
+          "relay");
   }
   CountRelayCpu(state, relayClock, start);
   state.counters["frame_bytes"] = static_cast<double>(send.size());
   // A's end ends the relay, whose end closes B's link and B's thread.
   ::shutdown(a.Fd(), SHUT_RDWR);
   answerer.join();
+}
+
+inline void BM_RawRelay(benchmark::State& state) {
+  RawThroughRelay(state, false);
+}
+inline void BM_RawProtocolRelay(benchmark::State& state) {
+  RawThroughRelay(state, true);
 }
 
 inline void Placements(benchmark::internal::Benchmark* bench) {
