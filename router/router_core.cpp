@@ -504,26 +504,46 @@ void CRouterCore::HandleSend(Peer& peer, const Operation& op, bool sync, Ms now)
   pending.responder = target->id;
   pending.kind = sync ? PendingKind::kSync : PendingKind::kAsync;
   pending.deadline = timeout == 0xFFFFFFFFu ? kNever : now + timeout;
-  pending_.emplace(sendId, pending);
-  if (pending.deadline != kNever) deadlines_.emplace(pending.deadline, sendId);
+  AddPending(sendId, pending);
   if (!sync) return SendResult(peer, mq::kLLResultWithId, op.number, 0, LEBytes(sendId), now);
   // The sender of a synchronous send can do nothing but wait for the reply,
   // so its result waits a moment for the reply too and both leave in one
   // write: the sender wakes once instead of twice.
   HeldResult held;
-  held.until = now + kResultHoldMs;
   held.frame = ResultFrame(mq::kLLResultWithId, op.number, 0, LEBytes(sendId));
   if (!held.frame.frame) return Drop(peer, "could not be answered (no memory)", now);
+  held.due = deadlines_.emplace(now + kResultHoldMs, sendId);
   heldResults_.emplace(sendId, std::move(held));
-  deadlines_.emplace(now + kResultHoldMs, sendId);
 }
 
 void CRouterCore::ReleaseResult(std::uint64_t sendId, PeerId requester, Ms now) {
   const auto held = heldResults_.find(sendId);
   if (held == heldResults_.end()) return;
   OutChunk chunk = std::move(held->second.frame);
-  heldResults_.erase(held);
+  EraseHeld(held);
   if (Peer* peer = Find(requester)) Enqueue(*peer, std::move(chunk), now);
+}
+
+bool CRouterCore::DeadlinesMatch() const {
+  std::size_t owned = heldResults_.size();
+  for (const auto& [id, pending] : pending_)
+    owned += pending.deadline != kNever ? 1 : 0;
+  return owned == deadlines_.size();
+}
+
+void CRouterCore::AddPending(std::uint64_t sendId, Pending pending) {
+  if (pending.deadline != kNever) pending.due = deadlines_.emplace(pending.deadline, sendId);
+  pending_.emplace(sendId, pending);
+}
+
+CRouterCore::PendingMap::iterator CRouterCore::ErasePending(PendingMap::iterator found) {
+  if (found->second.deadline != kNever) deadlines_.erase(found->second.due);
+  return pending_.erase(found);
+}
+
+void CRouterCore::EraseHeld(HeldMap::iterator held) {
+  deadlines_.erase(held->second.due);
+  heldResults_.erase(held);
 }
 
 void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
@@ -556,7 +576,7 @@ void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
       rc = ZQERR_MQ_LL_SIZE_TOOBIG;
     }
   }
-  if (rc == 0) pending_.erase(found);
+  if (rc == 0) ErasePending(found);
   SendResult(peer, mq::kLLResult, op.number, rc, {}, now);
 }
 
@@ -678,8 +698,7 @@ std::uint64_t CRouterCore::SendSystemPing(Peer& target, PendingKind kind, Ms dea
   pending.kind = kind;
   pending.deadline = deadline;
   pending.newcomer = newcomer;
-  pending_.emplace(id, pending);
-  deadlines_.emplace(deadline, id);
+  AddPending(id, pending);
   return id;
 }
 
@@ -1015,11 +1034,13 @@ void CRouterCore::Forget(Peer& peer, Ms now) {
       }
     }
     if (p.requester == peer.id && p.requester != 0) {
-      heldResults_.erase(it->first);
-      it = pending_.erase(it);
+      if (const auto held = heldResults_.find(it->first); held != heldResults_.end()) {
+        EraseHeld(held);
+      }
+      it = ErasePending(it);
     } else if (p.responder == peer.id) {
       failed.emplace_back(it->first, p);
-      it = pending_.erase(it);
+      it = ErasePending(it);
     } else {
       ++it;
     }
@@ -1049,20 +1070,23 @@ void CRouterCore::Tick(Ms now) {
     stats_.Publish(Figures(now), true);
     nextStats_ = now + 1000;
   }
+  // Each entry belongs to a held result or a request, which takes it along.
   while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
-    const Ms at = deadlines_.begin()->first;
-    const std::uint64_t id = deadlines_.begin()->second;
-    deadlines_.erase(deadlines_.begin());
+    const auto due = deadlines_.begin();
+    const std::uint64_t id = due->second;
     const auto found = pending_.find(id);
-    if (found == pending_.end()) continue;
     if (const auto held = heldResults_.find(id);
-        held != heldResults_.end() && held->second.until == at) {
-      ReleaseResult(id, found->second.requester, now);  // no reply yet: the result goes alone
+        held != heldResults_.end() && held->second.due == due) {
+      // No reply yet: the result goes alone.
+      ReleaseResult(id, found != pending_.end() ? found->second.requester : 0, now);
       continue;
     }
-    if (found->second.deadline != at) continue;
+    if (found == pending_.end()) {
+      deadlines_.erase(due);  // not expected: an entry whose owner is gone
+      continue;
+    }
     const Pending pending = found->second;
-    pending_.erase(found);
+    ErasePending(found);
     Expire(id, pending, now, false);
   }
   if (now >= nextSweep_) {

@@ -160,22 +160,30 @@ class CRouterCore {
   const RouterCounters& Counters() const { return counters_; }
   std::size_t PeerCount() const { return peers_.size(); }
   std::size_t PendingCount() const { return pending_.size(); }
+  // Whether every entry of the deadline list belongs to a live request or
+  // held result, and every one of those with a deadline has its entry.
+  bool DeadlinesMatch() const;
   const Settings& GetSettings() const { return settings_; }
 
  private:
   enum class PendingKind { kSync, kAsync, kNameCheck, kIdlePing };
+  // Request timeouts and result holds, each naming its send id.
+  using Deadlines = std::multimap<Ms, std::uint64_t>;
   struct Pending {
     PeerId requester = 0;  // 0: the router itself
     PeerId responder = 0;
     PendingKind kind = PendingKind::kSync;
     Ms deadline = kNever;
-    PeerId newcomer = 0;  // kNameCheck: who waits for the name
+    Deadlines::iterator due;  // its entry in deadlines_, unless the deadline is kNever
+    PeerId newcomer = 0;      // kNameCheck: who waits for the name
   };
+  using PendingMap = std::unordered_map<std::uint64_t, Pending>;
   // The result of a synchronous send, waiting to leave with the reply.
   struct HeldResult {
     OutChunk frame;
-    Ms until = 0;
+    Deadlines::iterator due;  // its entry in deadlines_
   };
+  using HeldMap = std::unordered_map<std::uint64_t, HeldResult>;
   struct Service {
     std::vector<PeerId> providers;
     bool exclusive = false;
@@ -240,6 +248,11 @@ class CRouterCore {
                const unsigned char* block, const msg::BlockLayout& layout, std::string_view from,
                std::uint64_t sendId, Ms now);
   void Expire(std::uint64_t sendId, Pending pending, Ms now, bool responderGone);
+  // A request the router waits on comes and goes with its deadline, so
+  // deadlines_ names only live requests and held results.
+  void AddPending(std::uint64_t sendId, Pending pending);
+  PendingMap::iterator ErasePending(PendingMap::iterator found);
+  void EraseHeld(HeldMap::iterator held);
   // Sends a held result to its requester (when it is still there).
   void ReleaseResult(std::uint64_t sendId, PeerId requester, Ms now);
   std::uint64_t SendSystemPing(Peer& target, PendingKind kind, Ms deadline, PeerId newcomer,
@@ -280,10 +293,9 @@ class CRouterCore {
   std::unordered_map<std::string, PeerId> names_;              // active applications
   std::unordered_map<std::string, std::uint64_t> nameChecks_;  // name → ping id
   std::map<std::string, Service> services_;
-  std::unordered_map<std::uint64_t, Pending> pending_;
-  std::unordered_map<std::uint64_t, HeldResult> heldResults_;
-  // Request timeouts and result holds; may name finished requests.
-  std::multimap<Ms, std::uint64_t> deadlines_;
+  PendingMap pending_;
+  HeldMap heldResults_;
+  Deadlines deadlines_;
   std::vector<PeerId> dirty_;
   PeerId nextPeer_ = 1;
   std::uint64_t nextSendId_ = 1;
