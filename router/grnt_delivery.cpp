@@ -4,6 +4,9 @@
 // (0x4011) is kept until the sender confirms that (0x4012). The posts and
 // confirmations of one pass of the event loop share one transaction.
 #include <algorithm>
+#include <set>
+#include <utility>
+#include <vector>
 
 #include "msg/stream_engine.h"
 #include "router_core.h"
@@ -181,8 +184,14 @@ void CRouterCore::EndPass(Ms now) {
 }
 
 void CRouterCore::ApplyGrntBatch(bool committed, Ms now) {
+  // The batch is taken out first: an answer may drop a slow client and so
+  // admit one that waited for its name, whose held bytes start the next
+  // batch.
+  std::vector<GrntPost> posts = std::exchange(grntPosts_, {});
+  const std::vector<std::uint64_t> confirmed = std::exchange(grntConfirmed_, {});
+  const std::vector<std::uint64_t> resultsConfirmed = std::exchange(resultsConfirmed_, {});
   std::set<std::string> touched;  // applications with something new to take
-  for (GrntPost& post : grntPosts_) {
+  for (GrntPost& post : posts) {
     Peer* poster = Find(post.peer);
     if (!committed) {
       grntBytes_ -= post.message.block.size();
@@ -198,7 +207,7 @@ void CRouterCore::ApplyGrntBatch(bool committed, Ms now) {
     grntInbox_[post.message.receiver].insert(id);
     static_cast<GrntStoredMessage&>(grntMessages_[id]) = std::move(post.message);
   }
-  for (const std::uint64_t id : grntConfirmed_) {
+  for (const std::uint64_t id : confirmed) {
     const auto found = grntMessages_.find(id);
     if (!committed) {
       found->second.confirming = false;
@@ -215,7 +224,7 @@ void CRouterCore::ApplyGrntBatch(bool committed, Ms now) {
     grntResults_[id] = GrntResult{{id, m.sender, 0}, nextResultOrder_++, false};
     grntMessages_.erase(found);
   }
-  for (const std::uint64_t id : resultsConfirmed_) {
+  for (const std::uint64_t id : resultsConfirmed) {
     const auto found = grntResults_.find(id);
     if (!committed) {
       found->second.confirming = false;
@@ -227,9 +236,6 @@ void CRouterCore::ApplyGrntBatch(bool committed, Ms now) {
     if (outbox->second.empty()) grntOutbox_.erase(outbox);
     grntResults_.erase(found);
   }
-  grntPosts_.clear();
-  grntConfirmed_.clear();
-  resultsConfirmed_.clear();
   for (const std::string& app : touched) {
     const auto holder = names_.find(app);
     if (holder == names_.end()) continue;

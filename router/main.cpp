@@ -99,8 +99,8 @@ std::unique_ptr<CGrntStore> OpenStore(const Settings& settings, CRouterCore& cor
 
 }  // namespace
 
-// Exit statuses: 0 after SIGTERM or SIGINT, 2 for a command line that does
-// not parse, 78 (EX_CONFIG) for settings or files that a restart cannot mend
+// Exit statuses: 0 after SIGTERM or SIGINT, 2 for a command line or an INI
+// setting that does not parse, 78 (EX_CONFIG) for settings or files that a restart cannot mend
 // (users or passwords that do not load, a store that is not one or that
 // another router holds), 1 for anything else.
 constexpr int kExitUsage = 2;

@@ -475,6 +475,8 @@ void CRouterCore::HandlePost(Peer& peer, const Operation& op, Ms now) {
   if (rc == 0 && !Forward(*target, mq::kLLPosted, {}, op.data, layout, peer.address, 0, now)) {
     rc = ZQERR_MQ_LL_SIZE_TOOBIG;
   }
+  // A receiver that the message overflowed is gone with it.
+  if (rc == 0 && target->state == PeerState::kClosed) rc = ZQERR_ROUTE_NO_ROUTE;
   if (rc != 0) return SendResult(peer, mq::kLLResult, op.number, rc, {}, now);
   SendResult(peer, mq::kLLResultWithId, op.number, 0, LEBytes(std::uint64_t{0}), now);
 }
@@ -492,13 +494,16 @@ void CRouterCore::HandleSend(Peer& peer, const Operation& op, bool sync, Ms now)
   std::uint32_t rc = layout.systemPair ? ZQERR_COMMON_WRONG_ARGUMENTS : 0;
   Peer* target = nullptr;
   if (rc == 0) rc = RouteTo(layout.to, target);
-  const std::uint64_t sendId = nextSendId_;
+  // The id is taken before forwarding: a receiver dropped by it can admit a
+  // client whose held bytes send too.
+  const std::uint64_t sendId = nextSendId_++;
   if (rc == 0 &&
       !Forward(*target, mq::kLLRequest, {}, op.data + 4, layout, peer.address, sendId, now)) {
     rc = ZQERR_MQ_LL_SIZE_TOOBIG;
   }
+  // A receiver that the request overflowed is gone with it.
+  if (rc == 0 && target->state == PeerState::kClosed) rc = ZQERR_ROUTE_NO_ROUTE;
   if (rc != 0) return SendResult(peer, mq::kLLResult, op.number, rc, {}, now);
-  ++nextSendId_;
   Pending pending;
   pending.requester = peer.id;
   pending.responder = target->id;
@@ -526,14 +531,23 @@ void CRouterCore::ReleaseResult(std::uint64_t sendId, PeerId requester, Ms now) 
 
 bool CRouterCore::DeadlinesMatch() const {
   std::size_t owned = heldResults_.size();
-  for (const auto& [id, pending] : pending_)
-    owned += pending.deadline != kNever ? 1 : 0;
+  for (const auto& [id, held] : heldResults_) {
+    if (held.due->second != id) return false;
+  }
+  for (const auto& [id, pending] : pending_) {
+    if (pending.deadline == kNever) continue;
+    if (pending.due->second != id || pending.due->first != pending.deadline) return false;
+    ++owned;
+  }
   return owned == deadlines_.size();
 }
 
 void CRouterCore::AddPending(std::uint64_t sendId, Pending pending) {
   if (pending.deadline != kNever) pending.due = deadlines_.emplace(pending.deadline, sendId);
-  pending_.emplace(sendId, pending);
+  // Send ids are never reused; a second entry would orphan its deadline.
+  if (!pending_.emplace(sendId, pending).second && pending.deadline != kNever) {
+    deadlines_.erase(pending.due);
+  }
 }
 
 CRouterCore::PendingMap::iterator CRouterCore::ErasePending(PendingMap::iterator found) {
@@ -557,7 +571,10 @@ void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
         layout.systemPair ? ZQERR_COMMON_WRONG_ARGUMENTS : ZQERR_MQ_ORIG_MSG_NOT_FOUND;
     return SendResult(peer, mq::kLLResult, op.number, rc, {}, now);
   }
+  // Finished before anything is sent: sending may drop the requester, and
+  // dropping it forgets its requests.
   const Pending pending = found->second;
+  ErasePending(found);
   std::uint32_t rc = 0;
   if (pending.kind == PendingKind::kNameCheck) {
     // The holder is alive: it keeps its name.
@@ -573,10 +590,12 @@ void CRouterCore::HandleReply(Peer& peer, const Operation& op, Ms now) {
         pending.kind == PendingKind::kSync ? mq::kLLSyncReplyResult : mq::kLLReply;
     if (requester != nullptr &&
         !Forward(*requester, type, {}, op.data, layout, peer.address, 0, now)) {
+      // Too big to pass on: the requester learns at once that no reply
+      // comes.
       rc = ZQERR_MQ_LL_SIZE_TOOBIG;
+      Expire(replyId, pending, now, false);
     }
   }
-  if (rc == 0) ErasePending(found);
   SendResult(peer, mq::kLLResult, op.number, rc, {}, now);
 }
 
